@@ -1,0 +1,62 @@
+# Shared compile settings and test registration for every Glinta target.
+
+set(GLINTA_SANITIZER_FLAGS
+    -fsanitize=address,undefined,float-cast-overflow
+    -fno-sanitize-recover=undefined,float-cast-overflow
+    -fno-omit-frame-pointer)
+
+# Warnings, Qt defines and (in the test build) sanitizers, applied per target rather than globally so
+# that third-party code pulled in later keeps its own settings.
+function(glinta_apply_defaults target)
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic)
+    target_compile_definitions(${target} PRIVATE
+        QT_NO_CAST_FROM_ASCII
+        QT_NO_URL_CAST_FROM_STRING
+        QT_NO_FOREACH
+        QT_USE_QSTRINGBUILDER)
+    if(GLINTA_SANITIZE)
+        target_compile_options(${target} PRIVATE ${GLINTA_SANITIZER_FLAGS})
+        target_link_options(${target} PRIVATE ${GLINTA_SANITIZER_FLAGS})
+    endif()
+endfunction()
+
+# glinta_add_test(<name> SOURCES ... [LIBRARIES ...] [ENVIRONMENT VAR=value ...] [TIMEOUT s] [ZONES tz ...])
+#
+# Builds one Qt Test program and registers it with ctest. With ZONES it is registered once per time zone
+# (as "<name>:<zone>"), for code that captures the system zone once per process.
+function(glinta_add_test name)
+    cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBRARIES;ENVIRONMENT;ZONES" ${ARGN})
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 120)
+    endif()
+
+    add_executable(${name} ${ARG_SOURCES})
+    glinta_apply_defaults(${name})
+    target_link_libraries(${name} PRIVATE Qt6::Test ${ARG_LIBRARIES})
+    target_compile_definitions(${name} PRIVATE GLINTA_TEST_DATA_DIR="${CMAKE_CURRENT_SOURCE_DIR}/data")
+
+    set(env
+        QT_QPA_PLATFORM=offscreen
+        QT_FORCE_STDERR_LOGGING=1
+        "ASAN_OPTIONS=detect_stack_use_after_return=1:strict_init_order=1:check_initialization_order=1"
+        "UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1"
+        "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0"
+        ${ARG_ENVIRONMENT})
+
+    if(ARG_ZONES)
+        foreach(zone IN LISTS ARG_ZONES)
+            set(test_name "${name}:${zone}")
+            add_test(NAME ${test_name} COMMAND ${name})
+            set_tests_properties(${test_name} PROPERTIES
+                ENVIRONMENT "${env};TZ=${zone}"
+                TIMEOUT ${ARG_TIMEOUT}
+                SKIP_REGULAR_EXPRESSION "SKIP   : ")
+        endforeach()
+    else()
+        add_test(NAME ${name} COMMAND ${name})
+        set_tests_properties(${name} PROPERTIES
+            ENVIRONMENT "${env}"
+            TIMEOUT ${ARG_TIMEOUT}
+            SKIP_REGULAR_EXPRESSION "SKIP   : ")
+    endif()
+endfunction()

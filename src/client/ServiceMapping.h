@@ -1,0 +1,28 @@
+#pragma once
+
+#include "GlucoseReading.h"
+#include "LLURecords.h"
+
+#include <QList>
+#include <QString>
+
+#include <optional>
+
+// From the service's records to Glinta's own readings. Pure, apart from the shared timestamp zone.
+namespace glinta {
+
+struct GraphReadings
+{
+    std::optional<GlucoseReading> latest;
+    // Oldest first, no two readings at the same instant.
+    QList<GlucoseReading> history;
+    std::optional<QString> displayName;
+};
+
+// Nothing, logged, when the timestamp does not parse; unknown trend codes give no trend.
+std::optional<GlucoseReading> reading(const LLUMeasurement &measurement);
+GraphReadings readings(const LLUGraphData &graph);
+// First and last name joined by a space, each only when present; nothing when that leaves no text.
+std::optional<QString> displayName(const LLUConnection &connection);
+
+} // namespace glinta

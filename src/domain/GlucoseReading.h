@@ -1,0 +1,35 @@
+#pragma once
+
+#include "TrendArrow.h"
+
+#include <QDateTime>
+#include <QJsonValue>
+
+#include <optional>
+
+namespace glinta {
+
+class JsonWriter;
+namespace json {
+class Path;
+}
+
+// One measurement, always in mg/dL and never rounded in storage.
+struct GlucoseReading
+{
+    QDateTime date;
+    double mgPerDl = 0.0;
+    std::optional<TrendArrow> trend;
+    bool isHigh = false;
+    bool isLow = false;
+
+    friend bool operator==(const GlucoseReading &, const GlucoseReading &) = default;
+};
+
+// The reading's JSON object: "date" (seconds since 2001-01-01 UTC), "mgPerDl", "trend" (left out when
+// absent), "isHigh", "isLow", in that order.
+void writeJson(JsonWriter &writer, const GlucoseReading &reading);
+// Throws DecodingError for a missing key, a wrong type, a trend outside 1...5 or an unusable date.
+GlucoseReading readingFromJson(const QJsonValue &value, const json::Path &at);
+
+} // namespace glinta

@@ -1,0 +1,19 @@
+#pragma once
+
+#include "GlucoseReading.h"
+#include "GlucoseUnit.h"
+
+#include <QList>
+#include <QString>
+
+// The statistics row under the chart. Each takes the store's history as it is: no cut by time here.
+namespace glinta {
+
+// Mean of the history in mg/dL, formatted in `unit`; an en dash for no readings.
+QString averageText(const QList<GlucoseReading> &history, GlucoseUnit unit);
+// Whole percentage of readings with 70 <= value <= 180, halves away from zero, as in 83%; an en dash for
+// no readings.
+QString inRangeText(const QList<GlucoseReading> &history);
+QString readingCountText(const QList<GlucoseReading> &history);
+
+} // namespace glinta

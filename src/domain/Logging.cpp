@@ -1,0 +1,7 @@
+#include "Logging.h"
+
+Q_LOGGING_CATEGORY(lcLibreLinkUpClient, "com.nordvik.glinta.LibreLinkUpClient", QtInfoMsg)
+Q_LOGGING_CATEGORY(lcGlucoseStore, "com.nordvik.glinta.GlucoseStore", QtInfoMsg)
+Q_LOGGING_CATEGORY(lcSettingsView, "com.nordvik.glinta.SettingsView", QtInfoMsg)
+Q_LOGGING_CATEGORY(lcUpdates, "com.nordvik.glinta.Updates", QtInfoMsg)
+Q_LOGGING_CATEGORY(lcImageExport, "com.nordvik.glinta.ImageExport", QtInfoMsg)

@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Builds the sanitizer build in build/test and runs the whole suite inside a private headless session
+# (display, tray, session bus, keyring). Extra arguments go to ctest:
+#
+#   ./test.sh                  everything
+#   ./test.sh -R tst_trend     only the tests whose names match
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+build="$root/build/test"
+
+"$root/scripts/deps.sh"
+
+# Configure once; after that the build notices changed CMake files itself. A configure that failed
+# half-way leaves a cache but no build files, and is simply run again.
+if [[ ! -f $build/CMakeCache.txt || ! (-f $build/build.ninja || -f $build/Makefile) ]]; then
+  generator=()
+  if command -v ninja >/dev/null 2>&1; then
+    generator=(-G Ninja)
+  fi
+  cmake -S "$root" -B "$build" "${generator[@]}" -DCMAKE_BUILD_TYPE=Debug -DGLINTA_SANITIZE=ON
+fi
+cmake --build "$build" --parallel "$(nproc)"
+
+# ctest on its own reports an empty run as a success.
+listing=$(ctest --test-dir "$build" --show-only "$@")
+if [[ $listing =~ Total\ Tests:\ ([0-9]+) ]] && ((BASH_REMATCH[1] == 0)); then
+  if [[ $# -gt 0 ]]; then
+    echo "test.sh: no tests match the ctest arguments: $*" >&2
+  else
+    echo "test.sh: the build registered no tests at all; glinta_add_test() in tests/*/CMakeLists.txt adds them" >&2
+  fi
+  exit 1
+fi
+
+# exec, so that a signal meant for this script (a CI cancel, timeout(1)) reaches the session, which
+# then ends the tests and itself in order.
+exec "$root/scripts/headless-session.sh" "$root/scripts/run-ctest.sh" "$build" "$@"
