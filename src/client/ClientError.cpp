@@ -1,0 +1,66 @@
+#include "ClientError.h"
+
+using namespace Qt::StringLiterals;
+
+namespace glinta {
+
+ClientError::ClientError(Kind kind)
+    : ClientError(kind, 0, std::nullopt)
+{
+}
+
+ClientError::ClientError(Kind kind, std::int64_t code, std::optional<QString> text)
+    : m_kind(kind)
+    , m_code(code)
+    , m_text(std::move(text))
+{
+}
+
+ClientError ClientError::unknownRegion(QString region)
+{
+    return ClientError(Kind::unknownRegion, 0, std::move(region));
+}
+
+ClientError ClientError::httpError(std::int64_t httpStatus)
+{
+    return ClientError(Kind::httpError, httpStatus, std::nullopt);
+}
+
+ClientError ClientError::unexpectedStatus(std::int64_t status, std::optional<QString> message)
+{
+    return ClientError(Kind::unexpectedStatus, status, std::move(message));
+}
+
+QString ClientError::description() const
+{
+    switch (m_kind) {
+    case Kind::unknownRegion:
+        return u"LibreLinkUp redirected to an unsupported region ("_s + region() + u")."_s;
+    case Kind::httpError:
+        return u"LibreLinkUp request failed (HTTP "_s + QString::number(m_code) + u")."_s;
+    case Kind::unexpectedStatus: {
+        QString text = u"LibreLinkUp returned status "_s + QString::number(m_code);
+        // An empty message still gets its colon.
+        if (m_text)
+            text += u": "_s + *m_text;
+        return text + u'.';
+    }
+    case Kind::invalidCredentials:
+        return u"LibreLinkUp rejected the email or password."_s;
+    case Kind::accountActionRequired:
+        return u"Your account needs attention. Open the LibreLinkUp app, accept any new terms, then try again."_s;
+    case Kind::rateLimited:
+        return u"LibreLinkUp is rate-limiting requests. This usually clears up within a few minutes."_s;
+    case Kind::notAuthenticated:
+        return u"Not signed in to LibreLinkUp."_s;
+    case Kind::noConnections:
+        return u"No one is sharing data with this LibreLinkUp account. In the LibreLink app choose Share, "
+               u"connect LibreLinkUp, then accept the invitation in the LibreLinkUp app."_s;
+    case Kind::malformedResponse:
+        return u"LibreLinkUp returned an unexpected response."_s;
+    }
+    Q_UNREACHABLE();
+    return {};
+}
+
+} // namespace glinta

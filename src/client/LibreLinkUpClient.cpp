@@ -1,0 +1,228 @@
+#include "LibreLinkUpClient.h"
+
+#include "ClientError.h"
+#include "DecodingError.h"
+#include "Logging.h"
+#include "TransportError.h"
+
+#include <QCryptographicHash>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QSslConfiguration>
+#include <QSslError>
+
+#include <qcoro/qcoronetworkreply.h>
+
+#include <memory>
+
+using namespace Qt::StringLiterals;
+
+namespace glinta {
+
+namespace {
+
+struct DeleteLater
+{
+    void operator()(QObject *object) const { object->deleteLater(); }
+};
+
+QString hostForLog(const QUrl &url)
+{
+    return url.host().isEmpty() ? u"?"_s : url.host();
+}
+
+// Errors Qt raises for an HTTP status it did receive; those are judged by the status, not here.
+bool isHttpStatusError(QNetworkReply::NetworkError error)
+{
+    return (error >= QNetworkReply::ContentAccessDenied && error <= QNetworkReply::UnknownContentError) ||
+           error == QNetworkReply::ProtocolInvalidOperationError ||
+           (error >= QNetworkReply::InternalServerError && error <= QNetworkReply::UnknownServerError);
+}
+
+} // namespace
+
+LibreLinkUpClient::LibreLinkUpClient(QNetworkAccessManager *network, ServiceEndpoints endpoints,
+                                     std::chrono::milliseconds timeout)
+    : m_network(network)
+    , m_endpoints(std::move(endpoints))
+    , m_timeout(timeout)
+{
+}
+
+QUrl LibreLinkUpClient::resolve(const QUrl &base, const QString &path)
+{
+    QUrl url = base;
+    QString joined = base.path();
+    if (!joined.endsWith(u'/'))
+        joined += u'/';
+    // Decoded mode: characters a path cannot hold are percent-encoded, a "/" stays a separator.
+    url.setPath(joined + path, QUrl::DecodedMode);
+    return url;
+}
+
+QString LibreLinkUpClient::accountIdHash(const QString &userId)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(userId.toUtf8(), QCryptographicHash::Sha256).toHex());
+}
+
+QNetworkRequest LibreLinkUpClient::makeRequest(const QUrl &url, const Session *session) const
+{
+    QNetworkRequest request(url);
+    request.setTransferTimeout(static_cast<int>(m_timeout.count()));
+    request.setRawHeader("Content-Type", "application/json;charset=UTF-8");
+    request.setRawHeader("Accept", "application/json");
+    request.setRawHeader("product", "llu.ios");
+    request.setRawHeader("version", "4.16.0");
+    request.setRawHeader("User-Agent", "Mozilla/5.0 (iPhone; CPU OS 17_4.1 like Mac OS X) AppleWebKit/605.1.15 "
+                                       "(KHTML, like Gecko) Version/17.4.1 Mobile/15E148 Safari/604.1");
+    if (session) {
+        request.setRawHeader("Authorization", "Bearer " + session->token.toUtf8());
+        request.setRawHeader("account-id", session->accountIdHash.toUtf8());
+    }
+    if (!m_endpoints.extraCaCertificates.isEmpty()) {
+        // Setting CAs on a request replaces the system's, so hand over both.
+        QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+        tls.setCaCertificates(tls.caCertificates() + m_endpoints.extraCaCertificates);
+        request.setSslConfiguration(tls);
+    }
+    return request;
+}
+
+QCoro::Task<QByteArray> LibreLinkUpClient::transfer(QNetworkRequest request, QByteArray body,
+                                                    CancellationToken cancel) const
+{
+    cancel.throwIfCancelled();
+    if (!m_network)
+        throw CancelledError();
+
+    QNetworkReply *raw = body.isNull() ? m_network->get(request) : m_network->post(request, body);
+    const std::unique_ptr<QNetworkReply, DeleteLater> reply(raw);
+
+    // Qt reports a transfer time-out and abort() alike, so remember why we aborted.
+    enum class Abort
+    {
+        none,
+        cancelled,
+        tooLarge,
+    };
+    Abort aborted = Abort::none;
+    // Deferred, so that the coroutine never resumes inside a signal emission or inside cancel().
+    const auto abortLater = [raw, &aborted](Abort reason) {
+        if (aborted != Abort::none)
+            return;
+        aborted = reason;
+        QMetaObject::invokeMethod(raw, &QNetworkReply::abort, Qt::QueuedConnection);
+    };
+    const auto limitSize = [&abortLater](qint64 size) {
+        if (size > maximumResponseSize)
+            abortLater(Abort::tooLarge);
+    };
+    QStringList tlsProblems;
+
+    const auto registration = cancel.onCancel([&abortLater] { abortLater(Abort::cancelled); });
+    QObject::connect(raw, &QNetworkReply::metaDataChanged, raw,
+                     [raw, &limitSize] { limitSize(raw->header(QNetworkRequest::ContentLengthHeader).toLongLong()); });
+    QObject::connect(raw, &QNetworkReply::downloadProgress, raw,
+                     [&limitSize](qint64 received, qint64) { limitSize(received); });
+    QObject::connect(raw, &QNetworkReply::sslErrors, raw, [&tlsProblems](const QList<QSslError> &errors) {
+        for (const QSslError &error : errors)
+            tlsProblems.append(error.errorString());
+    });
+
+    co_await raw;
+    QObject::disconnect(raw, nullptr, nullptr, nullptr);
+    cancel.throwIfCancelled();
+
+    switch (raw->error()) {
+    case QNetworkReply::NoError:
+        break;
+    case QNetworkReply::OperationCanceledError:
+        if (aborted == Abort::tooLarge)
+            throw DecodingError::tooLarge(u"response"_s, u"16 MiB"_s);
+        throw TransportError::timedOut();
+    default:
+        if (!isHttpStatusError(raw->error()) || !raw->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid())
+            throw TransportError::fromReply(raw->error(), tlsProblems.join(u"; "_s));
+        break;
+    }
+
+    const QVariant statusAttribute = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    if (!statusAttribute.isValid())
+        throw ClientError(ClientError::Kind::malformedResponse);
+    const int status = statusAttribute.toInt();
+    if (status == 429 || status == 430)
+        throw ClientError(ClientError::Kind::rateLimited);
+    if (status == 401)
+        throw ClientError(ClientError::Kind::notAuthenticated);
+    if (status < 200 || status > 299) {
+        qCCritical(lcLibreLinkUpClient, "HTTP %d from %s", status, qUtf8Printable(hostForLog(request.url())));
+        throw ClientError::httpError(status);
+    }
+
+    // The whole body arrived before a deferred abort could stop it.
+    if (aborted == Abort::tooLarge || raw->bytesAvailable() > maximumResponseSize)
+        throw DecodingError::tooLarge(u"response"_s, u"16 MiB"_s);
+    co_return raw->readAll();
+}
+
+template <typename T>
+QCoro::Task<T> LibreLinkUpClient::send(QNetworkRequest request, QByteArray body, CancellationToken cancel) const
+{
+    const QByteArray bytes = co_await transfer(std::move(request), std::move(body), cancel);
+    LLUResponse<T> response = decodeLLUResponse<T>(bytes);
+    switch (response.status) {
+    case 0:
+        if (!response.data)
+            throw ClientError(ClientError::Kind::malformedResponse);
+        co_return std::move(*response.data);
+    case 2:
+        throw ClientError(ClientError::Kind::invalidCredentials);
+    case 4:
+        throw ClientError(ClientError::Kind::accountActionRequired);
+    default:
+        qCCritical(lcLibreLinkUpClient, "API status %lld", static_cast<long long>(response.status));
+        throw ClientError::unexpectedStatus(response.status,
+                                            response.error ? response.error->message : std::nullopt);
+    }
+}
+
+QCoro::Task<LibreLinkUpClient::Session> LibreLinkUpClient::login(QString email, QString password,
+                                                                 CancellationToken cancel) const
+{
+    const QByteArray body = encodeLoginBody({email, password});
+    QUrl base = m_endpoints.defaultBaseUrl;
+    for (int redirectsLeft = 2;; --redirectsLeft) {
+        QNetworkRequest request = makeRequest(resolve(base, u"llu/auth/login"_s), nullptr);
+        const LLULoginData data = co_await send<LLULoginData>(std::move(request), body, cancel);
+
+        if (data.redirect.value_or(false) && data.region) {
+            const auto regionUrl = m_endpoints.regionBaseUrls.constFind(data.region->toLower());
+            if (redirectsLeft < 1 || regionUrl == m_endpoints.regionBaseUrls.constEnd())
+                throw ClientError::unknownRegion(*data.region);
+            qCInfo(lcLibreLinkUpClient, "Login redirected to region %s", qUtf8Printable(*data.region));
+            base = *regionUrl;
+            continue;
+        }
+        if (!data.authTicket || !data.user)
+            throw ClientError(ClientError::Kind::malformedResponse);
+        qCInfo(lcLibreLinkUpClient, "Logged in to LibreLinkUp via %s", qUtf8Printable(hostForLog(base)));
+        co_return Session{data.authTicket->token, accountIdHash(data.user->id), base};
+    }
+}
+
+QCoro::Task<QList<LLUConnection>> LibreLinkUpClient::fetchConnections(Session session,
+                                                                      CancellationToken cancel) const
+{
+    QNetworkRequest request = makeRequest(resolve(session.baseUrl, u"llu/connections"_s), &session);
+    co_return co_await send<QList<LLUConnection>>(std::move(request), QByteArray(), cancel);
+}
+
+QCoro::Task<LLUGraphData> LibreLinkUpClient::fetchGraph(Session session, QString patientId,
+                                                        CancellationToken cancel) const
+{
+    QNetworkRequest request =
+        makeRequest(resolve(session.baseUrl, u"llu/connections/"_s + patientId + u"/graph"_s), &session);
+    co_return co_await send<LLUGraphData>(std::move(request), QByteArray(), cancel);
+}
+
+} // namespace glinta

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "Cancellation.h"
+#include "LLURecords.h"
+#include "ServiceEndpoints.h"
+
+#include <QNetworkRequest>
+#include <QPointer>
+#include <QString>
+#include <QUrl>
+
+#include <qcoro/qcorotask.h>
+
+#include <chrono>
+
+class QNetworkAccessManager;
+
+namespace glinta {
+
+// Signs a follower account in to LibreLinkUp and fetches what it follows. Keeps no state between
+// calls and never retries: the caller holds the session and decides when to sign in again.
+//
+// Every operation fails with a ClientError for what the service said no with, a TransportError when
+// no HTTP answer came, a DecodingError for a body that breaks the record rules, or a CancelledError
+// when its token fired.
+class LibreLinkUpClient
+{
+public:
+    // Held in memory only, never stored.
+    struct Session
+    {
+        QString token;
+        // Lower-case hex SHA-256 of the user id, sent as "account-id".
+        QString accountIdHash;
+        // Where the sign-in finally succeeded; every later request of the session goes here.
+        QUrl baseUrl;
+
+        friend bool operator==(const Session &, const Session &) = default;
+    };
+
+    static constexpr std::chrono::milliseconds defaultTimeout{std::chrono::seconds(60)};
+    // Real responses stay well under 1 MiB; anything past this is not read.
+    static constexpr qint64 maximumResponseSize = 16 * 1024 * 1024;
+
+    explicit LibreLinkUpClient(QNetworkAccessManager *network,
+                               ServiceEndpoints endpoints = ServiceEndpoints::production(),
+                               std::chrono::milliseconds timeout = defaultTimeout);
+
+    // Follows at most two region redirects.
+    QCoro::Task<Session> login(QString email, QString password, CancellationToken cancel = {}) const;
+    QCoro::Task<QList<LLUConnection>> fetchConnections(Session session, CancellationToken cancel = {}) const;
+    QCoro::Task<LLUGraphData> fetchGraph(Session session, QString patientId, CancellationToken cancel = {}) const;
+
+    // The five fixed headers, plus "Authorization" and "account-id" with a session.
+    QNetworkRequest makeRequest(const QUrl &url, const Session *session) const;
+    // `path` appended to `base` with exactly one "/" between them.
+    static QUrl resolve(const QUrl &base, const QString &path);
+    static QString accountIdHash(const QString &userId);
+
+private:
+    template <typename T>
+    QCoro::Task<T> send(QNetworkRequest request, QByteArray body, CancellationToken cancel) const;
+    QCoro::Task<QByteArray> transfer(QNetworkRequest request, QByteArray body, CancellationToken cancel) const;
+
+    QPointer<QNetworkAccessManager> m_network;
+    ServiceEndpoints m_endpoints;
+    std::chrono::milliseconds m_timeout;
+};
+
+} // namespace glinta

@@ -1,0 +1,152 @@
+#pragma once
+
+#include "ServiceEndpoints.h"
+
+#include <QAbstractHttpServer>
+#include <QDateTime>
+#include <QHash>
+#include <QList>
+#include <QMap>
+#include <QSslCertificate>
+#include <QSslKey>
+#include <QTimeZone>
+#include <QUrl>
+
+#include <chrono>
+#include <list>
+#include <memory>
+#include <optional>
+
+class QHttpServerResponder;
+
+namespace glinta::sim {
+
+struct SimConnection
+{
+    QString patientId;
+    std::optional<QString> firstName;
+    std::optional<QString> lastName;
+};
+
+struct SimAccount
+{
+    QString email;
+    QString password;
+    QString userId;
+    // Lower-case region code of the account's home; empty for the global host.
+    QString region;
+    QList<SimConnection> connections;
+};
+
+// Something the service does wrong on purpose.
+struct Fault
+{
+    enum class Kind
+    {
+        apiStatus,        // HTTP 200 with {"status": apiStatus} and, if given, an error message
+        httpStatus,       // that HTTP status with a small JSON body
+        redirect,         // a login answer that redirects to `region`
+        notJson,          // HTTP 200 with an HTML page
+        truncatedBody,    // HTTP 200 with the first half of the real body
+        wrongType,        // a glucose value sent as a string
+        emptyConnections, // no one shares data
+        badTimestamps,    // every timestamp in ISO 8601 form, which the client does not read
+        neverReply,       // the request is read and never answered
+        closeMidBody,     // headers and half the body, then the connection is dropped
+        hugeBody,         // a body of 17 MiB
+        delay,            // the real answer, `delay` late
+    };
+
+    // "login", "connections", "graph", or empty for every service request.
+    QString path;
+    Kind kind = Kind::apiStatus;
+    int httpStatus = 0;
+    qint64 apiStatus = 0;
+    std::optional<QString> message;
+    QString region;
+    std::chrono::milliseconds delay{0};
+    // How many requests it answers before it goes away; -1 until cleared.
+    int count = -1;
+};
+
+// A LibreLinkUp service on loopback that answers like the real one, with faults on demand. Every region
+// lives under its own path prefix on the same port ("/eu/llu/auth/login"); the global host is the root.
+class SimulatedService : public QAbstractHttpServer
+{
+    Q_OBJECT
+
+public:
+    explicit SimulatedService(QObject *parent = nullptr);
+    ~SimulatedService() override;
+
+    // Listens on 127.0.0.1; 0 picks a free port. Returns the port, or 0 on failure.
+    quint16 start(quint16 port = 0);
+    // Serves HTTPS from then on; call before start().
+    void useTls(const QSslCertificate &certificate, const QSslKey &key);
+
+    QUrl baseUrl() const;
+    QUrl regionBaseUrl(const QString &region) const;
+    // Default and regional base URLs pointing here, for the client.
+    ServiceEndpoints endpoints() const;
+
+    void addAccount(const SimAccount &account);
+    // ann@example.com / "correct horse" in region eu, sharing with Ann Lee.
+    static SimAccount demoAccount();
+
+    void addFault(const Fault &fault);
+    void clearFaults();
+
+    // The simulated phone's clock and time zone: measurements are stamped from them.
+    QDateTime now() const;
+    void setNow(const QDateTime &now);
+    void advance(std::chrono::seconds by);
+    void setPhoneTimeZone(const QTimeZone &zone);
+
+    // Service requests by path ("login", "connections", "graph"), and TCP connections accepted.
+    int requestCount(const QString &path) const;
+    int connectionCount() const;
+    void resetCounters();
+    // Headers of the last service request on `path`, in the order they arrived.
+    QList<QPair<QByteArray, QByteArray>> lastHeaders(const QString &path) const;
+
+    // The glucose curve the measurements follow, in mg/dL.
+    static double glucoseAt(const QDateTime &time);
+
+protected:
+    bool handleRequest(const QHttpServerRequest &request, QTcpSocket *socket) override;
+    void missingHandler(const QHttpServerRequest &request, QTcpSocket *socket) override;
+
+private:
+    struct Reply
+    {
+        int httpStatus = 200;
+        QByteArray body;
+    };
+
+    Reply serve(const QString &region, const QString &path, const QHttpServerRequest &request);
+    Reply login(const QString &region, const QHttpServerRequest &request);
+    Reply connections(const SimAccount &account);
+    Reply graph(const SimAccount &account, const QString &patientId);
+    Reply admin(const QString &command, const QHttpServerRequest &request);
+    const SimAccount *authorised(const QHttpServerRequest &request) const;
+    std::optional<Fault> takeFault(const QString &path);
+    QByteArray measurementJson(const QDateTime &time, bool isoTimestamp, bool valueAsText) const;
+    void respond(QHttpServerResponder &responder, const Reply &reply);
+
+    QList<SimAccount> m_accounts;
+    QHash<QString, QString> m_tokens; // token -> e-mail
+    QList<Fault> m_faults;
+    // The fault of the request being served, for the faults that change the data itself.
+    std::optional<Fault> m_activeFault;
+    // The phone's clock runs with real time, shifted by this.
+    qint64 m_clockOffsetMs = 0;
+    QTimeZone m_phoneZone = QTimeZone::systemTimeZone();
+    QMap<QString, int> m_requests;
+    QHash<QString, QList<QPair<QByteArray, QByteArray>>> m_lastHeaders;
+    int m_connections = 0;
+    quint16 m_port = 0;
+    bool m_tls = false;
+    std::list<std::unique_ptr<QHttpServerResponder>> m_heldResponders;
+};
+
+} // namespace glinta::sim
