@@ -21,16 +21,12 @@ QString CancelledError::description() const
 }
 
 CancellationToken::Registration::Registration(std::weak_ptr<CancellationState> state, int id)
-    : m_state(std::move(state))
-    , m_id(id)
-{
-}
+    : m_state(std::move(state)), m_id(id)
+{}
 
 CancellationToken::Registration::Registration(Registration &&other) noexcept
-    : m_state(std::move(other.m_state))
-    , m_id(std::exchange(other.m_id, 0))
-{
-}
+    : m_state(std::move(other.m_state)), m_id(std::exchange(other.m_id, 0))
+{}
 
 CancellationToken::Registration &CancellationToken::Registration::operator=(Registration &&other) noexcept
 {
@@ -56,10 +52,7 @@ void CancellationToken::Registration::reset()
     m_id = 0;
 }
 
-CancellationToken::CancellationToken()
-    : m_state(std::make_shared<CancellationState>())
-{
-}
+CancellationToken::CancellationToken() : m_state(std::make_shared<CancellationState>()) {}
 
 void CancellationToken::cancel() const
 {

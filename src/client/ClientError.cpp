@@ -4,17 +4,11 @@ using namespace Qt::StringLiterals;
 
 namespace glinta {
 
-ClientError::ClientError(Kind kind)
-    : ClientError(kind, 0, std::nullopt)
-{
-}
+ClientError::ClientError(Kind kind) : ClientError(kind, 0, std::nullopt) {}
 
 ClientError::ClientError(Kind kind, std::int64_t code, std::optional<QString> text)
-    : m_kind(kind)
-    , m_code(code)
-    , m_text(std::move(text))
-{
-}
+    : m_kind(kind), m_code(code), m_text(std::move(text))
+{}
 
 ClientError ClientError::unknownRegion(QString region)
 {

@@ -43,11 +43,8 @@ bool isHttpStatusError(QNetworkReply::NetworkError error)
 
 LibreLinkUpClient::LibreLinkUpClient(QNetworkAccessManager *network, ServiceEndpoints endpoints,
                                      std::chrono::milliseconds timeout)
-    : m_network(network)
-    , m_endpoints(std::move(endpoints))
-    , m_timeout(timeout)
-{
-}
+    : m_network(network), m_endpoints(std::move(endpoints)), m_timeout(timeout)
+{}
 
 QUrl LibreLinkUpClient::resolve(const QUrl &base, const QString &path)
 {
@@ -73,8 +70,9 @@ QNetworkRequest LibreLinkUpClient::makeRequest(const QUrl &url, const Session *s
     request.setRawHeader("Accept", "application/json");
     request.setRawHeader("product", "llu.ios");
     request.setRawHeader("version", "4.16.0");
-    request.setRawHeader("User-Agent", "Mozilla/5.0 (iPhone; CPU OS 17_4.1 like Mac OS X) AppleWebKit/605.1.15 "
-                                       "(KHTML, like Gecko) Version/17.4.1 Mobile/15E148 Safari/604.1");
+    request.setRawHeader("User-Agent",
+                         "Mozilla/5.0 (iPhone; CPU OS 17_4.1 like Mac OS X) AppleWebKit/605.1.15 "
+                         "(KHTML, like Gecko) Version/17.4.1 Mobile/15E148 Safari/604.1");
     if (session) {
         request.setRawHeader("Authorization", "Bearer " + session->token.toUtf8());
         request.setRawHeader("account-id", session->accountIdHash.toUtf8());
@@ -120,8 +118,9 @@ QCoro::Task<QByteArray> LibreLinkUpClient::transfer(QNetworkRequest request, QBy
     QStringList tlsProblems;
 
     const auto registration = cancel.onCancel([&abortLater] { abortLater(Abort::cancelled); });
-    QObject::connect(raw, &QNetworkReply::metaDataChanged, raw,
-                     [raw, &limitSize] { limitSize(raw->header(QNetworkRequest::ContentLengthHeader).toLongLong()); });
+    QObject::connect(raw, &QNetworkReply::metaDataChanged, raw, [raw, &limitSize] {
+        limitSize(raw->header(QNetworkRequest::ContentLengthHeader).toLongLong());
+    });
     QObject::connect(raw, &QNetworkReply::downloadProgress, raw,
                      [&limitSize](qint64 received, qint64) { limitSize(received); });
     QObject::connect(raw, &QNetworkReply::sslErrors, raw, [&tlsProblems](const QList<QSslError> &errors) {
@@ -141,7 +140,8 @@ QCoro::Task<QByteArray> LibreLinkUpClient::transfer(QNetworkRequest request, QBy
             throw DecodingError::tooLarge(u"response"_s, u"16 MiB"_s);
         throw TransportError::timedOut();
     default:
-        if (!isHttpStatusError(raw->error()) || !raw->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid())
+        if (!isHttpStatusError(raw->error()) ||
+            !raw->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid())
             throw TransportError::fromReply(raw->error(), tlsProblems.join(u"; "_s));
         break;
     }
@@ -166,7 +166,8 @@ QCoro::Task<QByteArray> LibreLinkUpClient::transfer(QNetworkRequest request, QBy
 }
 
 template <typename T>
-QCoro::Task<T> LibreLinkUpClient::send(QNetworkRequest request, QByteArray body, CancellationToken cancel) const
+QCoro::Task<T> LibreLinkUpClient::send(QNetworkRequest request, QByteArray body,
+                                       CancellationToken cancel) const
 {
     const QByteArray bytes = co_await transfer(std::move(request), std::move(body), cancel);
     LLUResponse<T> response = decodeLLUResponse<T>(bytes);

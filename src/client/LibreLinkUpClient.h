@@ -49,7 +49,8 @@ public:
     // Follows at most two region redirects.
     QCoro::Task<Session> login(QString email, QString password, CancellationToken cancel = {}) const;
     QCoro::Task<QList<LLUConnection>> fetchConnections(Session session, CancellationToken cancel = {}) const;
-    QCoro::Task<LLUGraphData> fetchGraph(Session session, QString patientId, CancellationToken cancel = {}) const;
+    QCoro::Task<LLUGraphData> fetchGraph(Session session, QString patientId,
+                                         CancellationToken cancel = {}) const;
 
     // The five fixed headers, plus "Authorization" and "account-id" with a session.
     QNetworkRequest makeRequest(const QUrl &url, const Session *session) const;
@@ -60,7 +61,8 @@ public:
 private:
     template <typename T>
     QCoro::Task<T> send(QNetworkRequest request, QByteArray body, CancellationToken cancel) const;
-    QCoro::Task<QByteArray> transfer(QNetworkRequest request, QByteArray body, CancellationToken cancel) const;
+    QCoro::Task<QByteArray> transfer(QNetworkRequest request, QByteArray body,
+                                     CancellationToken cancel) const;
 
     QPointer<QNetworkAccessManager> m_network;
     ServiceEndpoints m_endpoints;

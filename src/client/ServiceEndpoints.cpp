@@ -6,7 +6,7 @@ namespace glinta {
 
 const QStringList &ServiceEndpoints::regionCodes()
 {
-    static const QStringList codes{u"ae"_s, u"ap"_s, u"au"_s, u"ca"_s, u"de"_s,  u"eu"_s, u"eu2"_s,
+    static const QStringList codes{u"ae"_s, u"ap"_s, u"au"_s, u"ca"_s, u"de"_s, u"eu"_s, u"eu2"_s,
                                    u"fr"_s, u"jp"_s, u"us"_s, u"la"_s, u"ru"_s, u"cn"_s};
     return codes;
 }

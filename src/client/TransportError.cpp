@@ -5,11 +5,8 @@ using namespace Qt::StringLiterals;
 namespace glinta {
 
 TransportError::TransportError(Kind kind, QNetworkReply::NetworkError networkError, QString tlsReason)
-    : m_kind(kind)
-    , m_networkError(networkError)
-    , m_tlsReason(std::move(tlsReason))
-{
-}
+    : m_kind(kind), m_networkError(networkError), m_tlsReason(std::move(tlsReason))
+{}
 
 TransportError TransportError::timedOut()
 {

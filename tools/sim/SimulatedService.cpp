@@ -54,10 +54,7 @@ QDateTime floorTo(const QDateTime &time, qint64 minutes)
 
 } // namespace
 
-SimulatedService::SimulatedService(QObject *parent)
-    : QAbstractHttpServer(parent)
-{
-}
+SimulatedService::SimulatedService(QObject *parent) : QAbstractHttpServer(parent) {}
 
 SimulatedService::~SimulatedService() = default;
 
@@ -104,7 +101,10 @@ void SimulatedService::addAccount(const SimAccount &account)
 
 SimAccount SimulatedService::demoAccount()
 {
-    return {u"ann@example.com"_s, u"correct horse"_s, u"a1b2c3d4-0000-4000-8000-000000000001"_s, u"eu"_s,
+    return {u"ann@example.com"_s,
+            u"correct horse"_s,
+            u"a1b2c3d4-0000-4000-8000-000000000001"_s,
+            u"eu"_s,
             {{u"p-0001"_s, u"Ann"_s, u"Lee"_s}}};
 }
 
@@ -233,9 +233,12 @@ bool SimulatedService::handleRequest(const QHttpServerRequest &request, QTcpSock
         writer.endObject();
         reply = {200, writer.takeBytes()};
     } else if (fault && fault->kind == Fault::Kind::redirect) {
-        reply = {200, "{\"status\":0,\"data\":{\"redirect\":true,\"region\":\"" + fault->region.toUtf8() + "\"}}"};
+        reply = {200,
+                 "{\"status\":0,\"data\":{\"redirect\":true,\"region\":\"" + fault->region.toUtf8() + "\"}}"};
     } else if (fault && fault->kind == Fault::Kind::notJson) {
         reply = {200, "<html><body>Service temporarily unavailable</body></html>"};
+    } else if (fault && fault->kind == Fault::Kind::rawBody) {
+        reply = {200, fault->body};
     } else if (fault && fault->kind == Fault::Kind::hugeBody) {
         reply = {200, "{\"status\":0,\"data\":\"" + QByteArray(17 * 1024 * 1024, 'x') + "\"}"};
     } else {
@@ -268,9 +271,7 @@ bool SimulatedService::handleRequest(const QHttpServerRequest &request, QTcpSock
     return true;
 }
 
-void SimulatedService::missingHandler(const QHttpServerRequest &, QTcpSocket *)
-{
-}
+void SimulatedService::missingHandler(const QHttpServerRequest &, QTcpSocket *) {}
 
 void SimulatedService::respond(QHttpServerResponder &responder, const Reply &reply)
 {
@@ -374,8 +375,8 @@ SimulatedService::Reply SimulatedService::login(const QString &region, const QHt
 QByteArray SimulatedService::measurementJson(const QDateTime &time, bool isoTimestamp, bool valueAsText) const
 {
     const QDateTime local = time.toTimeZone(m_phoneZone);
-    const QString stamp = isoTimestamp ? time.toString(Qt::ISODate)
-                                       : QLocale::c().toString(local, u"M/d/yyyy h:mm:ss AP"_s);
+    const QString stamp =
+        isoTimestamp ? time.toString(Qt::ISODate) : QLocale::c().toString(local, u"M/d/yyyy h:mm:ss AP"_s);
     const double value = glucoseAt(time);
     const double slope = value - glucoseAt(time.addSecs(-15 * 60));
     const int trend = slope < -30 ? 1 : slope < -15 ? 2 : slope <= 15 ? 3 : slope <= 30 ? 4 : 5;
@@ -481,7 +482,8 @@ SimulatedService::Reply SimulatedService::graph(const SimAccount &account, const
     QByteArray body = "{\"status\":0,\"data\":{\"connection\":" + connectionText +
                       ",\"glucoseMeasurement\":" + measurementJson(current, iso, wrongType) +
                       "},\"activeSensors\":[],\"graphData\":[";
-    for (qint64 minutes = historySpanMinutes - historyStepMinutes; minutes >= 0; minutes -= historyStepMinutes) {
+    for (qint64 minutes = historySpanMinutes - historyStepMinutes; minutes >= 0;
+         minutes -= historyStepMinutes) {
         body += measurementJson(newestPoint.addSecs(-minutes * 60), iso, false);
         if (minutes > 0)
             body += ',';
@@ -512,6 +514,7 @@ SimulatedService::Reply SimulatedService::admin(const QString &command, const QH
                 {u"closeMidBody"_s, Fault::Kind::closeMidBody},
                 {u"hugeBody"_s, Fault::Kind::hugeBody},
                 {u"delay"_s, Fault::Kind::delay},
+                {u"rawBody"_s, Fault::Kind::rawBody},
             };
             const QString kind = json::requiredString(body, "kind"_L1, root);
             if (!kinds.contains(kind))
@@ -519,12 +522,15 @@ SimulatedService::Reply SimulatedService::admin(const QString &command, const QH
             Fault fault;
             fault.kind = kinds.value(kind);
             fault.path = json::optionalString(body, "path"_L1, root).value_or(QString());
-            fault.httpStatus = static_cast<int>(json::optionalInteger(body, "httpStatus"_L1, root).value_or(500));
+            fault.httpStatus =
+                static_cast<int>(json::optionalInteger(body, "httpStatus"_L1, root).value_or(500));
             fault.apiStatus = json::optionalInteger(body, "apiStatus"_L1, root).value_or(0);
             fault.message = json::optionalString(body, "message"_L1, root);
             fault.region = json::optionalString(body, "region"_L1, root).value_or(QString());
-            fault.delay = std::chrono::milliseconds(json::optionalInteger(body, "delayMs"_L1, root).value_or(0));
+            fault.delay =
+                std::chrono::milliseconds(json::optionalInteger(body, "delayMs"_L1, root).value_or(0));
             fault.count = static_cast<int>(json::optionalInteger(body, "count"_L1, root).value_or(-1));
+            fault.body = json::optionalString(body, "body"_L1, root).value_or(QString()).toUtf8();
             addFault(fault);
         } else if (command == u"clear") {
             clearFaults();

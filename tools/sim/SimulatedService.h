@@ -55,6 +55,7 @@ struct Fault
         closeMidBody,     // headers and half the body, then the connection is dropped
         hugeBody,         // a body of 17 MiB
         delay,            // the real answer, `delay` late
+        rawBody,          // HTTP 200 with `body` exactly as given
     };
 
     // "login", "connections", "graph", or empty for every service request.
@@ -67,6 +68,7 @@ struct Fault
     std::chrono::milliseconds delay{0};
     // How many requests it answers before it goes away; -1 until cleared.
     int count = -1;
+    QByteArray body;
 };
 
 // A LibreLinkUp service on loopback that answers like the real one, with faults on demand. Every region

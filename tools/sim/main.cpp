@@ -38,12 +38,13 @@ int main(int argc, char *argv[])
     parser.setApplicationDescription(u"A simulated LibreLinkUp service on 127.0.0.1."_s +
                                      QString::fromLatin1(controlHelp));
     parser.addHelpOption();
-    const QCommandLineOption portOption(u"port"_s, u"Port to listen on (default: any free port)."_s, u"port"_s,
-                                        u"0"_s);
+    const QCommandLineOption portOption(u"port"_s, u"Port to listen on (default: any free port)."_s,
+                                        u"port"_s, u"0"_s);
     const QCommandLineOption accountOption(
         u"account"_s, u"An account as email:password:region (repeatable; default: the demo account)."_s,
         u"account"_s);
-    const QCommandLineOption certOption(u"tls-cert"_s, u"Serve HTTPS with this PEM certificate."_s, u"file"_s);
+    const QCommandLineOption certOption(u"tls-cert"_s, u"Serve HTTPS with this PEM certificate."_s,
+                                        u"file"_s);
     const QCommandLineOption keyOption(u"tls-key"_s, u"The PEM private key of --tls-cert."_s, u"file"_s);
     parser.addOptions({portOption, accountOption, certOption, keyOption});
     parser.process(app);

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <qcoro/qcorotask.h>
+
+#include <exception>
+#include <optional>
+
+// How a coroutine call ended: its value or what it threw.
+template <typename T> struct Outcome
+{
+    std::optional<T> value;
+    std::exception_ptr error;
+};
+
+// QCoro 0.8's waitFor never returns when the task throws, so the task is settled in a coroutine first.
+template <typename T> QCoro::Task<Outcome<T>> settled(QCoro::Task<T> task)
+{
+    Outcome<T> outcome;
+    try {
+        outcome.value = co_await std::move(task);
+    } catch (...) {
+        outcome.error = std::current_exception();
+    }
+    co_return outcome;
+}
+
+// Runs a task to its end from a test function.
+template <typename T> Outcome<T> run(QCoro::Task<T> task)
+{
+    return QCoro::waitFor(settled(std::move(task)));
+}
+
+template <typename E> std::optional<E> errorAs(const std::exception_ptr &error)
+{
+    try {
+        if (error)
+            std::rethrow_exception(error);
+    } catch (const E &typed) {
+        return typed;
+    } catch (...) {
+    }
+    return std::nullopt;
+}
+
+// For failure messages; user-facing texts carry no secrets.
+inline QByteArray describe(const std::exception_ptr &error)
+{
+    if (!error)
+        return "no error";
+    try {
+        std::rethrow_exception(error);
+    } catch (const std::exception &other) {
+        return other.what();
+    } catch (...) {
+    }
+    return "an unknown exception";
+}
