@@ -1,0 +1,12 @@
+#include "BuildInfo.h"
+
+#include "BuildInfoValues.h"
+
+namespace glinta {
+
+BuildInfo BuildInfo::current()
+{
+    return {QStringLiteral(GLINTA_SHORT_VERSION), QStringLiteral(GLINTA_BUILD_NUMBER)};
+}
+
+} // namespace glinta
