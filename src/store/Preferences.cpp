@@ -1,1 +1,140 @@
 #include "Preferences.h"
+
+#include "BuildInfo.h"
+#include "Logging.h"
+#include "WidgetReloader.h"
+
+using namespace Qt::StringLiterals;
+
+namespace glinta {
+
+QString Preferences::keyName(Key key)
+{
+    switch (key) {
+    case Key::glucoseUnit:
+        return u"glucoseUnit"_s;
+    case Key::libreLinkUpEmail:
+        return u"libreLinkUpEmail"_s;
+    case Key::lastLaunchedBuild:
+        return u"lastLaunchedBuild"_s;
+    case Key::availableUpdateVersion:
+        return u"availableUpdateVersion"_s;
+    case Key::renderImages:
+        return u"RenderImages"_s;
+    }
+    Q_UNREACHABLE();
+    return {};
+}
+
+std::unique_ptr<QSettings> Preferences::userSettings()
+{
+    return std::make_unique<QSettings>(QSettings::NativeFormat, QSettings::UserScope, u"nordvik.com"_s,
+                                       u"glinta"_s);
+}
+
+Preferences::Preferences(std::unique_ptr<QSettings> settings, QObject *parent)
+    : QObject(parent), m_settings(std::move(settings))
+{}
+
+Preferences::~Preferences() = default;
+
+std::optional<QString> Preferences::text(Key key) const
+{
+    const QVariant value = m_settings->value(keyName(key));
+    // A value someone wrote by hand as something other than text reads as absent.
+    if (value.typeId() != QMetaType::QString)
+        return std::nullopt;
+    return value.toString();
+}
+
+void Preferences::setText(Key key, const QString &value)
+{
+    if (text(key) == value)
+        return;
+    m_settings->setValue(keyName(key), value);
+    // Written through at once: a crash must not lose a sign-in or a unit change.
+    m_settings->sync();
+    Q_EMIT changed(key);
+}
+
+void Preferences::remove(Key key)
+{
+    if (!m_settings->contains(keyName(key)))
+        return;
+    m_settings->remove(keyName(key));
+    m_settings->sync();
+    Q_EMIT changed(key);
+}
+
+GlucoseUnit Preferences::glucoseUnit() const
+{
+    return text(Key::glucoseUnit) == u"mmol/L" ? GlucoseUnit::mmolPerL : GlucoseUnit::mgPerDl;
+}
+
+void Preferences::setGlucoseUnit(GlucoseUnit unit)
+{
+    setText(Key::glucoseUnit, rawValue(unit));
+}
+
+std::optional<QString> Preferences::libreLinkUpEmail() const
+{
+    return text(Key::libreLinkUpEmail);
+}
+
+void Preferences::setLibreLinkUpEmail(const QString &email)
+{
+    setText(Key::libreLinkUpEmail, email);
+}
+
+void Preferences::removeLibreLinkUpEmail()
+{
+    remove(Key::libreLinkUpEmail);
+}
+
+std::optional<QString> Preferences::lastLaunchedBuild() const
+{
+    return text(Key::lastLaunchedBuild);
+}
+
+std::optional<QString> Preferences::availableUpdateVersion() const
+{
+    return text(Key::availableUpdateVersion);
+}
+
+void Preferences::setAvailableUpdateVersion(const QString &version)
+{
+    setText(Key::availableUpdateVersion, version);
+}
+
+void Preferences::removeAvailableUpdateVersion()
+{
+    remove(Key::availableUpdateVersion);
+}
+
+bool Preferences::renderImages() const
+{
+    return m_settings->value(keyName(Key::renderImages), false).toBool();
+}
+
+void Preferences::checkBuildChange(const BuildInfo &build, WidgetReloader &widgets)
+{
+    const QString current = build.buildNumber;
+    const std::optional<QString> stored = lastLaunchedBuild();
+    if (stored == current)
+        return;
+    setText(Key::lastLaunchedBuild, current);
+    qCInfo(lcGlucoseStore, "Build changed %s -> %s; reloading widgets",
+           qUtf8Printable(stored.value_or(u"none"_s)), qUtf8Printable(current));
+    widgets.reloadAllTimelines();
+}
+
+void Preferences::clearInstalledUpdateBadge(const BuildInfo &build)
+{
+    const std::optional<QString> waiting = availableUpdateVersion();
+    if (!waiting || build.shortVersion.isEmpty())
+        return;
+    if (*waiting == build.shortVersion)
+        removeAvailableUpdateVersion();
+}
+
+} // namespace glinta

@@ -1,1 +1,76 @@
 #pragma once
+
+#include "GlucoseUnit.h"
+
+#include <QObject>
+#include <QSettings>
+#include <QString>
+
+#include <memory>
+#include <optional>
+
+namespace glinta {
+
+struct BuildInfo;
+class WidgetReloader;
+
+// The few values that survive a restart outside the keyring and the snapshot: one typed accessor per
+// key, and changed() for in-process observers, emitted only when a value really changes.
+class Preferences : public QObject
+{
+    Q_OBJECT
+
+public:
+    enum class Key
+    {
+        glucoseUnit,
+        libreLinkUpEmail,
+        lastLaunchedBuild,
+        availableUpdateVersion,
+        renderImages,
+    };
+    Q_ENUM(Key)
+
+    static QString keyName(Key key);
+
+    // The user's settings file ($XDG_CONFIG_HOME/nordvik.com/glinta.conf on Linux).
+    static std::unique_ptr<QSettings> userSettings();
+
+    explicit Preferences(std::unique_ptr<QSettings> settings, QObject *parent = nullptr);
+    ~Preferences() override;
+
+    // Anything but exactly "mmol/L" reads as mg/dL.
+    GlucoseUnit glucoseUnit() const;
+    void setGlucoseUnit(GlucoseUnit unit);
+
+    std::optional<QString> libreLinkUpEmail() const;
+    void setLibreLinkUpEmail(const QString &email);
+    void removeLibreLinkUpEmail();
+
+    std::optional<QString> lastLaunchedBuild() const;
+
+    std::optional<QString> availableUpdateVersion() const;
+    void setAvailableUpdateVersion(const QString &version);
+    void removeAvailableUpdateVersion();
+
+    // Set from outside the program only.
+    bool renderImages() const;
+
+    // A launch of a build other than the last one (or the very first launch) wakes the widgets, which
+    // may still show what the previous copy of the program wrote.
+    void checkBuildChange(const BuildInfo &build, WidgetReloader &widgets);
+    // Drops the waiting-update marker once the waiting version is the one running.
+    void clearInstalledUpdateBadge(const BuildInfo &build);
+
+Q_SIGNALS:
+    void changed(glinta::Preferences::Key key);
+
+private:
+    std::optional<QString> text(Key key) const;
+    void setText(Key key, const QString &value);
+    void remove(Key key);
+
+    std::unique_ptr<QSettings> m_settings;
+};
+
+} // namespace glinta
