@@ -1,0 +1,420 @@
+#include "GlucoseStore.h"
+
+#include "ClientError.h"
+#include "Clock.h"
+#include "GlucoseSnapshot.h"
+#include "KeychainStore.h"
+#include "Logging.h"
+#include "Preferences.h"
+#include "ServiceMapping.h"
+#include "SharedSnapshotStore.h"
+#include "WidgetReloader.h"
+
+using namespace Qt::StringLiterals;
+
+namespace glinta {
+
+namespace {
+
+// Every resumption re-checks both: the store may be gone, and the cycle may have been cancelled.
+void ensureLive(const QPointer<GlucoseStore> &self, const CancellationToken &cancel)
+{
+    if (!self)
+        throw CancelledError();
+    cancel.throwIfCancelled();
+}
+
+QString describe(const std::exception &error)
+{
+    if (const auto *ours = dynamic_cast<const Error *>(&error))
+        return ours->description();
+    return QString::fromLocal8Bit(error.what());
+}
+
+} // namespace
+
+QString GlucoseStore::StoreError::description() const
+{
+    return u"No saved LibreLinkUp credentials."_s;
+}
+
+GlucoseStore::GlucoseStore(QObject *parent) : QObject(parent), m_now(QDateTime::currentDateTimeUtc()) {}
+
+GlucoseStore::GlucoseStore(const Services &services, QObject *parent)
+    : QObject(parent), m_services(services), m_now(services.clock->now())
+{
+    Preferences &preferences = *m_services.preferences;
+    m_unit = preferences.glucoseUnit();
+    m_savedEmail = preferences.libreLinkUpEmail();
+    preferences.checkBuildChange(m_services.build, *m_services.widgets);
+    preferences.clearInstalledUpdateBadge(m_services.build);
+}
+
+std::unique_ptr<GlucoseStore> GlucoseStore::fromSnapshot(const GlucoseSnapshot &snapshot, QObject *parent)
+{
+    std::unique_ptr<GlucoseStore> store(new GlucoseStore(parent));
+    store->m_unit = snapshot.unit;
+    store->m_savedEmail = u"jane.doe@example.com"_s;
+    store->m_latest = snapshot.latest;
+    store->m_history = snapshot.history;
+    store->m_connectionName = snapshot.connectionName.value_or(u"LibreLinkUp"_s);
+    store->m_lastUpdated = snapshot.updatedAt;
+    store->m_status = Status::active();
+    return store;
+}
+
+GlucoseStore::~GlucoseStore()
+{
+    // The loops would end at their next check anyway; this also aborts what they have in flight.
+    if (m_pollToken)
+        m_pollToken->cancel();
+    if (m_clockToken)
+        m_clockToken->cancel();
+}
+
+void GlucoseStore::start()
+{
+    if (!m_services.clock || m_clockToken)
+        return;
+    m_clockToken = CancellationToken();
+    clockLoop(this, *m_clockToken);
+    if (m_savedEmail)
+        startPolling();
+}
+
+void GlucoseStore::setUnit(GlucoseUnit unit)
+{
+    if (m_unit != unit) {
+        m_unit = unit;
+        Q_EMIT unitChanged();
+    }
+    if (!m_services.preferences)
+        return;
+    m_services.preferences->setGlucoseUnit(unit);
+    publishSnapshot();
+}
+
+QCoro::Task<void> GlucoseStore::signIn(QString email, QString password)
+{
+    const QPointer<GlucoseStore> self(this);
+    if (m_status.kind != Status::Kind::connecting)
+        setStatus(Status::connecting());
+
+    const auto fail = [this](const std::exception &error) {
+        const QString description = describe(error);
+        qCCritical(lcGlucoseStore, "Login failed: %s", qUtf8Printable(description));
+        setStatus(Status::failed(description));
+    };
+
+    LibreLinkUpClient::Session session;
+    try {
+        session = co_await m_services.client->login(email, password);
+    } catch (const CancelledError &) {
+        co_return;
+    } catch (const std::exception &error) {
+        if (self)
+            fail(error);
+        co_return;
+    }
+    if (!self)
+        co_return;
+    m_session = session;
+
+    try {
+        co_await m_services.keychain->savePassword(password, email);
+    } catch (const std::exception &error) {
+        if (self)
+            fail(error);
+        co_return;
+    }
+    if (!self)
+        co_return;
+
+    m_services.preferences->setLibreLinkUpEmail(email);
+    setSavedEmail(email);
+    startPolling();
+}
+
+void GlucoseStore::signOut()
+{
+    if (m_pollToken) {
+        m_pollToken->cancel();
+        m_pollToken.reset();
+    }
+    m_session.reset();
+    m_patientId.reset();
+    setLatest(std::nullopt);
+    setHistory({});
+    setConnectionName(std::nullopt);
+    setLastUpdated(std::nullopt);
+
+    if (m_savedEmail)
+        forgetPassword(m_services.keychain, *m_savedEmail);
+    m_services.preferences->removeLibreLinkUpEmail();
+    setSavedEmail(std::nullopt);
+
+    try {
+        m_services.snapshots->clear();
+    } catch (const Error &error) {
+        qCCritical(lcGlucoseStore, "Could not clear widget snapshot: %s",
+                   qUtf8Printable(error.description()));
+    }
+    m_services.widgets->reloadAllTimelines();
+
+    if (m_status.kind != Status::Kind::loggedOut)
+        setStatus(Status::loggedOut());
+}
+
+QCoro::Task<void> GlucoseStore::forgetPassword(KeychainStore *keychain, QString account)
+{
+    try {
+        co_await keychain->deletePassword(account);
+    } catch (const std::exception &error) {
+        qCCritical(lcGlucoseStore, "Could not remove saved password: %s", qUtf8Printable(describe(error)));
+    }
+}
+
+void GlucoseStore::startPolling()
+{
+    if (m_pollToken)
+        m_pollToken->cancel();
+    m_pollToken = CancellationToken();
+    setCredentialFailure(false);
+    if (m_status.kind != Status::Kind::connecting && m_status.kind != Status::Kind::active)
+        setStatus(Status::connecting());
+    pollLoop(this, *m_pollToken);
+}
+
+QCoro::Task<void> GlucoseStore::pollLoop(QPointer<GlucoseStore> self, CancellationToken cancel)
+{
+    for (;;) {
+        if (!self || cancel.isCancelled())
+            co_return;
+        co_await self->refresh(cancel);
+        if (!self || self->m_credentialFailure)
+            co_return;
+        try {
+            co_await self->m_services.clock->sleep(pollInterval, cancel);
+        } catch (const CancelledError &) {
+            co_return;
+        }
+    }
+}
+
+QCoro::Task<void> GlucoseStore::clockLoop(QPointer<GlucoseStore> self, CancellationToken cancel)
+{
+    for (;;) {
+        if (!self || cancel.isCancelled())
+            co_return;
+        Clock *clock = self->m_services.clock;
+        try {
+            co_await clock->sleep(clockInterval, cancel);
+        } catch (const CancelledError &) {
+            co_return;
+        }
+        if (!self)
+            co_return;
+        self->setNow(clock->now());
+    }
+}
+
+QCoro::Task<void> GlucoseStore::refresh()
+{
+    // A cycle of its own: the Refresh button neither touches nor waits for the poll loop.
+    return refresh(CancellationToken());
+}
+
+QCoro::Task<void> GlucoseStore::refresh(CancellationToken cancel)
+{
+    const QPointer<GlucoseStore> self(this);
+    try {
+        co_await loadReadings(true, cancel);
+        if (!self || !m_savedEmail)
+            co_return;
+        setStatus(Status::active());
+        setLastUpdated(m_services.clock->now());
+        publishSnapshot();
+    } catch (const CancelledError &) {
+        // Silent: a newer loop or a sign-out has taken over.
+    } catch (const StoreError &) {
+        if (!self)
+            co_return;
+        setCredentialFailure(true);
+        setStatus(Status::loggedOut());
+    } catch (const ClientError &error) {
+        if (self)
+            failRefresh(error.description(), error.kind() == ClientError::Kind::invalidCredentials ||
+                                                 error.kind() == ClientError::Kind::accountActionRequired);
+    } catch (const std::exception &error) {
+        if (self)
+            failRefresh(describe(error), false);
+    }
+}
+
+void GlucoseStore::failRefresh(const QString &description, bool credentialProblem)
+{
+    // A sign-out during the cycle wins over its outcome.
+    if (!m_savedEmail)
+        return;
+    if (credentialProblem)
+        setCredentialFailure(true);
+    qCCritical(lcGlucoseStore, "Refresh failed: %s", qUtf8Printable(description));
+    setStatus(Status::failed(description));
+}
+
+QCoro::Task<void> GlucoseStore::loadReadings(bool allowRetry, CancellationToken cancel)
+{
+    const QPointer<GlucoseStore> self(this);
+    if (!m_session) {
+        co_await signInWithSavedCredentials(cancel);
+        ensureLive(self, cancel);
+        if (!m_session)
+            throw ClientError(ClientError::Kind::notAuthenticated);
+    }
+
+    bool expired = false;
+    try {
+        co_await fetch(*m_session, cancel);
+    } catch (const ClientError &error) {
+        if (error.kind() != ClientError::Kind::notAuthenticated || !allowRetry)
+            throw;
+        expired = true;
+    }
+    if (!expired)
+        co_return;
+
+    ensureLive(self, cancel);
+    qCInfo(lcGlucoseStore, "Session expired; signing in again");
+    m_session.reset();
+    co_await signInWithSavedCredentials(cancel);
+    ensureLive(self, cancel);
+    co_await loadReadings(false, cancel);
+}
+
+QCoro::Task<void> GlucoseStore::signInWithSavedCredentials(CancellationToken cancel)
+{
+    const QPointer<GlucoseStore> self(this);
+    if (!m_savedEmail)
+        throw StoreError();
+    const QString email = *m_savedEmail;
+    const std::optional<QString> password = co_await m_services.keychain->readPassword(email);
+    ensureLive(self, cancel);
+    if (!password)
+        throw StoreError();
+    const LibreLinkUpClient::Session session = co_await m_services.client->login(email, *password, cancel);
+    ensureLive(self, cancel);
+    m_session = session;
+}
+
+QCoro::Task<void> GlucoseStore::fetch(LibreLinkUpClient::Session session, CancellationToken cancel)
+{
+    const QPointer<GlucoseStore> self(this);
+    if (!m_patientId) {
+        const QList<LLUConnection> connections =
+            co_await m_services.client->fetchConnections(session, cancel);
+        ensureLive(self, cancel);
+        if (connections.isEmpty())
+            throw ClientError(ClientError::Kind::noConnections);
+        m_patientId = connections.constFirst().patientId;
+        setConnectionName(displayName(connections.constFirst()));
+    }
+    const LLUGraphData graph = co_await m_services.client->fetchGraph(session, *m_patientId, cancel);
+    ensureLive(self, cancel);
+    if (m_savedEmail)
+        apply(graph);
+}
+
+void GlucoseStore::apply(const LLUGraphData &graph)
+{
+    GraphReadings mapped = readings(graph);
+    setLatest(mapped.latest);
+    setHistory(mapped.history);
+    if (mapped.displayName)
+        setConnectionName(mapped.displayName);
+}
+
+void GlucoseStore::publishSnapshot()
+{
+    GlucoseSnapshot snapshot;
+    snapshot.latest = m_latest;
+    snapshot.history = m_history;
+    snapshot.unit = m_unit;
+    snapshot.connectionName = m_connectionName;
+    snapshot.targetLowMgPerDl = targetLowMgPerDl;
+    snapshot.targetHighMgPerDl = targetHighMgPerDl;
+    snapshot.updatedAt = m_services.clock->now();
+    try {
+        m_services.snapshots->write(snapshot);
+    } catch (const Error &error) {
+        qCCritical(lcGlucoseStore, "Could not publish widget snapshot: %s",
+                   qUtf8Printable(error.description()));
+        return;
+    }
+    m_services.widgets->reloadAllTimelines();
+}
+
+void GlucoseStore::setStatus(const Status &status)
+{
+    if (m_status == status)
+        return;
+    m_status = status;
+    Q_EMIT statusChanged();
+}
+
+void GlucoseStore::setLatest(const std::optional<GlucoseReading> &latest)
+{
+    if (m_latest == latest)
+        return;
+    m_latest = latest;
+    Q_EMIT latestChanged();
+}
+
+void GlucoseStore::setHistory(const QList<GlucoseReading> &history)
+{
+    if (m_history == history)
+        return;
+    m_history = history;
+    Q_EMIT historyChanged();
+}
+
+void GlucoseStore::setConnectionName(const std::optional<QString> &name)
+{
+    if (m_connectionName == name)
+        return;
+    m_connectionName = name;
+    Q_EMIT connectionNameChanged();
+}
+
+void GlucoseStore::setLastUpdated(const std::optional<QDateTime> &lastUpdated)
+{
+    if (m_lastUpdated == lastUpdated)
+        return;
+    m_lastUpdated = lastUpdated;
+    Q_EMIT lastUpdatedChanged();
+}
+
+void GlucoseStore::setSavedEmail(const std::optional<QString> &email)
+{
+    if (m_savedEmail == email)
+        return;
+    m_savedEmail = email;
+    Q_EMIT savedEmailChanged();
+}
+
+void GlucoseStore::setNow(const QDateTime &now)
+{
+    if (m_now == now)
+        return;
+    m_now = now;
+    Q_EMIT nowChanged();
+}
+
+void GlucoseStore::setCredentialFailure(bool failure)
+{
+    if (m_credentialFailure == failure)
+        return;
+    m_credentialFailure = failure;
+    Q_EMIT credentialFailureChanged();
+}
+
+} // namespace glinta

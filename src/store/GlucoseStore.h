@@ -1,0 +1,179 @@
+#pragma once
+
+#include "BuildInfo.h"
+#include "Cancellation.h"
+#include "Error.h"
+#include "GlucoseReading.h"
+#include "GlucoseUnit.h"
+#include "LibreLinkUpClient.h"
+
+#include <QDateTime>
+#include <QList>
+#include <QObject>
+#include <QPointer>
+
+#include <qcoro/qcorotask.h>
+
+#include <memory>
+#include <optional>
+
+namespace glinta {
+
+class Clock;
+class KeychainStore;
+class Preferences;
+class SharedSnapshotStore;
+class WidgetReloader;
+struct GlucoseSnapshot;
+
+// The application's one state: sign-in, the readings, the unit and the clock views judge age by. Every
+// field notifies only when it really changes; all work runs on the main thread, and its long-running
+// tasks hold the store weakly.
+class GlucoseStore : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(glinta::GlucoseStore::Status status READ status NOTIFY statusChanged)
+    Q_PROPERTY(std::optional<glinta::GlucoseReading> latest READ latest NOTIFY latestChanged)
+    Q_PROPERTY(QList<glinta::GlucoseReading> history READ history NOTIFY historyChanged)
+    Q_PROPERTY(std::optional<QString> connectionName READ connectionName NOTIFY connectionNameChanged)
+    Q_PROPERTY(std::optional<QDateTime> lastUpdated READ lastUpdated NOTIFY lastUpdatedChanged)
+    Q_PROPERTY(glinta::GlucoseUnit unit READ unit WRITE setUnit NOTIFY unitChanged)
+    Q_PROPERTY(std::optional<QString> savedEmail READ savedEmail NOTIFY savedEmailChanged)
+    Q_PROPERTY(QDateTime now READ now NOTIFY nowChanged)
+    Q_PROPERTY(bool credentialFailure READ credentialFailure NOTIFY credentialFailureChanged)
+
+public:
+    struct Status
+    {
+        enum class Kind
+        {
+            failed,
+            loggedOut,
+            connecting,
+            active,
+        };
+        Kind kind = Kind::loggedOut;
+        // The failure's user-facing description, for `failed` only.
+        QString message;
+
+        static Status failed(QString message) { return {Kind::failed, std::move(message)}; }
+        static Status loggedOut() { return {Kind::loggedOut, {}}; }
+        static Status connecting() { return {Kind::connecting, {}}; }
+        static Status active() { return {Kind::active, {}}; }
+
+        friend bool operator==(const Status &, const Status &) = default;
+    };
+
+    class StoreError : public Error
+    {
+    public:
+        QString description() const override;
+    };
+
+    // What the store works with; the application wires the real ones, tests their own.
+    struct Services
+    {
+        LibreLinkUpClient *client = nullptr;
+        KeychainStore *keychain = nullptr;
+        SharedSnapshotStore *snapshots = nullptr;
+        Preferences *preferences = nullptr;
+        WidgetReloader *widgets = nullptr;
+        Clock *clock = nullptr;
+        BuildInfo build;
+    };
+
+    static constexpr double targetLowMgPerDl = 70.0;
+    static constexpr double targetHighMgPerDl = 180.0;
+    static constexpr std::chrono::seconds pollInterval{60};
+    static constexpr std::chrono::seconds clockInterval{60};
+
+    // Reads the unit and the saved e-mail, then the build-change check and the installed-update
+    // clean-up. Nothing runs until start().
+    explicit GlucoseStore(const Services &services, QObject *parent = nullptr);
+    // A still picture of `snapshot` for image export: reads no preference, starts nothing, publishes
+    // nothing.
+    static std::unique_ptr<GlucoseStore> fromSnapshot(const GlucoseSnapshot &snapshot,
+                                                      QObject *parent = nullptr);
+    ~GlucoseStore() override;
+
+    // Starts the clock, and the poll loop when an e-mail is saved.
+    void start();
+
+    Status status() const { return m_status; }
+    std::optional<GlucoseReading> latest() const { return m_latest; }
+    QList<GlucoseReading> history() const { return m_history; }
+    std::optional<QString> connectionName() const { return m_connectionName; }
+    std::optional<QDateTime> lastUpdated() const { return m_lastUpdated; }
+    GlucoseUnit unit() const { return m_unit; }
+    std::optional<QString> savedEmail() const { return m_savedEmail; }
+    QDateTime now() const { return m_now; }
+    bool credentialFailure() const { return m_credentialFailure; }
+    bool isPolling() const { return m_pollToken.has_value() && !m_pollToken->isCancelled(); }
+
+    // Always writes the preference and republishes the snapshot, so the widget follows at once.
+    void setUnit(GlucoseUnit unit);
+
+    // Never throws: the outcome shows in status, savedEmail and the other fields.
+    QCoro::Task<void> signIn(QString email, QString password);
+    // Forgets the account, its password, its data and the widget's snapshot.
+    void signOut();
+    // One cycle, as the Refresh button runs it. Never throws.
+    QCoro::Task<void> refresh();
+
+Q_SIGNALS:
+    void statusChanged();
+    void latestChanged();
+    void historyChanged();
+    void connectionNameChanged();
+    void lastUpdatedChanged();
+    void unitChanged();
+    void savedEmailChanged();
+    void nowChanged();
+    void credentialFailureChanged();
+
+private:
+    GlucoseStore(QObject *parent);
+
+    void startPolling();
+    QCoro::Task<void> refresh(CancellationToken cancel);
+    QCoro::Task<void> loadReadings(bool allowRetry, CancellationToken cancel);
+    QCoro::Task<void> signInWithSavedCredentials(CancellationToken cancel);
+    QCoro::Task<void> fetch(LibreLinkUpClient::Session session, CancellationToken cancel);
+    void apply(const LLUGraphData &graph);
+    void publishSnapshot();
+    void failRefresh(const QString &description, bool credentialProblem);
+
+    static QCoro::Task<void> pollLoop(QPointer<GlucoseStore> self, CancellationToken cancel);
+    static QCoro::Task<void> clockLoop(QPointer<GlucoseStore> self, CancellationToken cancel);
+    static QCoro::Task<void> forgetPassword(KeychainStore *keychain, QString account);
+
+    void setStatus(const Status &status);
+    void setLatest(const std::optional<GlucoseReading> &latest);
+    void setHistory(const QList<GlucoseReading> &history);
+    void setConnectionName(const std::optional<QString> &name);
+    void setLastUpdated(const std::optional<QDateTime> &lastUpdated);
+    void setSavedEmail(const std::optional<QString> &email);
+    void setNow(const QDateTime &now);
+    void setCredentialFailure(bool failure);
+
+    Services m_services;
+
+    Status m_status;
+    std::optional<GlucoseReading> m_latest;
+    QList<GlucoseReading> m_history;
+    std::optional<QString> m_connectionName;
+    std::optional<QDateTime> m_lastUpdated;
+    GlucoseUnit m_unit = GlucoseUnit::mgPerDl;
+    std::optional<QString> m_savedEmail;
+    QDateTime m_now;
+    bool m_credentialFailure = false;
+
+    // In memory only, never stored.
+    std::optional<LibreLinkUpClient::Session> m_session;
+    std::optional<QString> m_patientId;
+    // The running loops; cancelling one also aborts its request in flight.
+    std::optional<CancellationToken> m_pollToken;
+    std::optional<CancellationToken> m_clockToken;
+};
+
+} // namespace glinta
