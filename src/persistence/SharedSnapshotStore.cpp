@@ -168,8 +168,10 @@ std::optional<GlucoseSnapshot> SharedSnapshotStore::read() const
                 return std::nullopt;
             throw FileError(FileError::Operation::reading, file.errorString());
         }
-        // One byte past the cap is enough to know the file is too large.
-        const QByteArray bytes = file.read(maximumSnapshotFileSize + 1);
+        // One byte past the cap is enough to know the file is too large; asking read() for the cap would
+        // allocate all of it on every call.
+        const qint64 limit = maximumSnapshotFileSize + 1;
+        const QByteArray bytes = file.size() < limit ? file.readAll() : file.read(limit);
         if (file.error() != QFileDevice::NoError)
             throw FileError(FileError::Operation::reading, file.errorString());
         return decodeSnapshot(bytes);

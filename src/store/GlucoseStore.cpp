@@ -70,6 +70,7 @@ GlucoseStore::~GlucoseStore()
         m_pollToken->cancel();
     if (m_clockToken)
         m_clockToken->cancel();
+    m_accountToken.cancel();
 }
 
 void GlucoseStore::start()
@@ -141,6 +142,8 @@ void GlucoseStore::signOut()
         m_pollToken->cancel();
         m_pollToken.reset();
     }
+    m_accountToken.cancel();
+    m_accountToken = CancellationToken();
     m_session.reset();
     m_patientId.reset();
     setLatest(std::nullopt);
@@ -221,7 +224,7 @@ QCoro::Task<void> GlucoseStore::clockLoop(QPointer<GlucoseStore> self, Cancellat
 QCoro::Task<void> GlucoseStore::refresh()
 {
     // A cycle of its own: the Refresh button neither touches nor waits for the poll loop.
-    return refresh(CancellationToken());
+    return refresh(m_accountToken);
 }
 
 QCoro::Task<void> GlucoseStore::refresh(CancellationToken cancel)

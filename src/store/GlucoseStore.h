@@ -173,6 +173,8 @@ private:
     std::optional<QString> m_patientId;
     // The running loops; cancelling one also aborts its request in flight.
     std::optional<CancellationToken> m_pollToken;
+    // Carried by Refresh-button cycles; sign-out cancels it, so no late answer of the old account lands.
+    CancellationToken m_accountToken;
     std::optional<CancellationToken> m_clockToken;
 };
 
