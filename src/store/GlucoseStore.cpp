@@ -24,6 +24,15 @@ void ensureLive(const QPointer<GlucoseStore> &self, const CancellationToken &can
     cancel.throwIfCancelled();
 }
 
+// Equal assignments notify nobody.
+template <typename T> bool assign(T &field, const T &value)
+{
+    if (field == value)
+        return false;
+    field = value;
+    return true;
+}
+
 QString describe(const std::exception &error)
 {
     if (const auto *ours = dynamic_cast<const Error *>(&error))
@@ -85,10 +94,8 @@ void GlucoseStore::start()
 
 void GlucoseStore::setUnit(GlucoseUnit unit)
 {
-    if (m_unit != unit) {
-        m_unit = unit;
+    if (assign(m_unit, unit))
         Q_EMIT unitChanged();
-    }
     if (!m_services.preferences)
         return;
     m_services.preferences->setGlucoseUnit(unit);
@@ -358,66 +365,50 @@ void GlucoseStore::publishSnapshot()
 
 void GlucoseStore::setStatus(const Status &status)
 {
-    if (m_status == status)
-        return;
-    m_status = status;
-    Q_EMIT statusChanged();
+    if (assign(m_status, status))
+        Q_EMIT statusChanged();
 }
 
 void GlucoseStore::setLatest(const std::optional<GlucoseReading> &latest)
 {
-    if (m_latest == latest)
-        return;
-    m_latest = latest;
-    Q_EMIT latestChanged();
+    if (assign(m_latest, latest))
+        Q_EMIT latestChanged();
 }
 
 void GlucoseStore::setHistory(const QList<GlucoseReading> &history)
 {
-    if (m_history == history)
-        return;
-    m_history = history;
-    Q_EMIT historyChanged();
+    if (assign(m_history, history))
+        Q_EMIT historyChanged();
 }
 
 void GlucoseStore::setConnectionName(const std::optional<QString> &name)
 {
-    if (m_connectionName == name)
-        return;
-    m_connectionName = name;
-    Q_EMIT connectionNameChanged();
+    if (assign(m_connectionName, name))
+        Q_EMIT connectionNameChanged();
 }
 
 void GlucoseStore::setLastUpdated(const std::optional<QDateTime> &lastUpdated)
 {
-    if (m_lastUpdated == lastUpdated)
-        return;
-    m_lastUpdated = lastUpdated;
-    Q_EMIT lastUpdatedChanged();
+    if (assign(m_lastUpdated, lastUpdated))
+        Q_EMIT lastUpdatedChanged();
 }
 
 void GlucoseStore::setSavedEmail(const std::optional<QString> &email)
 {
-    if (m_savedEmail == email)
-        return;
-    m_savedEmail = email;
-    Q_EMIT savedEmailChanged();
+    if (assign(m_savedEmail, email))
+        Q_EMIT savedEmailChanged();
 }
 
 void GlucoseStore::setNow(const QDateTime &now)
 {
-    if (m_now == now)
-        return;
-    m_now = now;
-    Q_EMIT nowChanged();
+    if (assign(m_now, now))
+        Q_EMIT nowChanged();
 }
 
 void GlucoseStore::setCredentialFailure(bool failure)
 {
-    if (m_credentialFailure == failure)
-        return;
-    m_credentialFailure = failure;
-    Q_EMIT credentialFailureChanged();
+    if (assign(m_credentialFailure, failure))
+        Q_EMIT credentialFailureChanged();
 }
 
 } // namespace glinta

@@ -1,8 +1,8 @@
 #include "Clock.h"
 #include "Logging.h"
+#include "TimerSleep.h"
 
 #include <QSocketNotifier>
-#include <QTimer>
 
 #include <qcoro/qcorosignal.h>
 
@@ -12,7 +12,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <limits>
 #include <mutex>
 #include <utility>
 
@@ -21,32 +20,6 @@ using namespace std::chrono_literals;
 namespace glinta {
 
 namespace {
-
-struct DeleteLater
-{
-    void operator()(QObject *object) const { object->deleteLater(); }
-};
-
-// Settled once, by whichever comes first. The sleeping coroutine then goes on from the event loop: never
-// from inside cancel(), nor from inside the signal of a notifier or timer it is about to destroy.
-class Wake : public QObject
-{
-    Q_OBJECT
-
-public:
-    void settle()
-    {
-        if (std::exchange(m_settled, true))
-            return;
-        QMetaObject::invokeMethod(this, &Wake::settled, Qt::QueuedConnection);
-    }
-
-Q_SIGNALS:
-    void settled();
-
-private:
-    bool m_settled = false;
-};
 
 // Closes the descriptor on every way out of the coroutine.
 class Descriptor
@@ -65,31 +38,6 @@ public:
 private:
     int m_fd;
 };
-
-// QTimer counts in int milliseconds, so a longer pause runs in parts.
-constexpr std::chrono::milliseconds longestTimer{std::numeric_limits<int>::max()};
-
-QCoro::Task<void> timerPart(std::chrono::milliseconds part, CancellationToken cancel)
-{
-    const std::unique_ptr<Wake, DeleteLater> wake(new Wake);
-    const auto registration = cancel.onCancel([w = wake.get()] { w->settle(); });
-    QTimer timer;
-    timer.setSingleShot(true);
-    timer.setTimerType(Qt::PreciseTimer);
-    QObject::connect(&timer, &QTimer::timeout, wake.get(), &Wake::settle);
-    timer.start(part);
-    co_await qCoro(wake.get(), &Wake::settled);
-    cancel.throwIfCancelled();
-}
-
-QCoro::Task<void> timerSleep(std::chrono::milliseconds duration, CancellationToken cancel)
-{
-    do {
-        const auto part = std::clamp(duration, 0ms, longestTimer);
-        duration -= part;
-        co_await timerPart(part, cancel);
-    } while (duration > 0ms);
-}
 
 // -1 when the system will not give us one (an old kernel, a sandbox, no descriptors left).
 int armBoottimeTimer(std::chrono::milliseconds duration)
@@ -122,7 +70,7 @@ QCoro::Task<void> boottimeSleep(std::chrono::milliseconds duration, Cancellation
         co_return;
     }
 
-    const std::unique_ptr<Wake, DeleteLater> wake(new Wake);
+    const std::unique_ptr<SleepWake, DeleteLaterDeleter> wake(new SleepWake);
     const auto registration = cancel.onCancel([w = wake.get()] { w->settle(); });
     // Declared after the descriptor, so that it stops watching before the descriptor closes: a closed
     // number is soon reused by another sleep's timer.
@@ -143,7 +91,7 @@ QCoro::Task<void> boottimeSleep(std::chrono::milliseconds duration, Cancellation
         wake->settle();
     }
 
-    co_await qCoro(wake.get(), &Wake::settled);
+    co_await qCoro(wake.get(), &SleepWake::settled);
     cancel.throwIfCancelled();
 }
 
@@ -166,5 +114,3 @@ std::unique_ptr<Clock> makeSystemClock()
 }
 
 } // namespace glinta
-
-#include "SystemClock_linux.moc"
