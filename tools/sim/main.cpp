@@ -54,8 +54,8 @@ int main(int argc, char *argv[])
     const QStringList accounts = parser.values(accountOption);
     if (accounts.isEmpty())
         service.addAccount(SimulatedService::demoAccount());
-    for (const QString &spec : accounts) {
-        const QStringList parts = spec.split(u':');
+    for (const QString &entry : accounts) {
+        const QStringList parts = entry.split(u':');
         if (parts.size() != 3) {
             std::fprintf(stderr, "glinta-sim: --account takes email:password:region\n");
             return 2;
