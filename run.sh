@@ -21,7 +21,7 @@ cmake --build "$build" --parallel "$(nproc)"
 
 app="$build/src/app/glinta"
 if [[ ! -x $app ]]; then
-  echo "Glinta built, but the application itself is not there yet: the build has only the core library so far."
+  echo "Glinta built: its libraries and glinta-sim are there, but the tray application itself is not yet."
   exit 0
 fi
 exec "$app" "$@"
