@@ -2,16 +2,15 @@
 // graph fetch on an established session, against glinta-sim in its own process on loopback so the
 // CPU time measured is the client's alone.
 #include "LibreLinkUpClient.h"
+#include "SimulatorProcess.h"
 
 #include <QCoreApplication>
 #include <QNetworkAccessManager>
-#include <QProcess>
 
 #include <benchmark/benchmark.h>
 #include <qcoro/qcorotask.h>
 
 #include <cstdio>
-#include <memory>
 #include <optional>
 
 using namespace Qt::StringLiterals;
@@ -22,37 +21,14 @@ namespace {
 const QString email = u"ann@example.com"_s;
 const QString password = u"correct horse"_s;
 
-struct Simulator
+SimulatorProcess *simulator()
 {
-    QProcess process;
-    ServiceEndpoints endpoints;
-};
-
-Simulator *simulator()
-{
-    static std::unique_ptr<Simulator> instance = [] {
-        auto sim = std::make_unique<Simulator>();
-        sim->process.start(QStringLiteral(GLINTA_SIM_PATH), {u"--port"_s, u"0"_s});
-        if (!sim->process.waitForReadyRead(10000)) {
-            std::fprintf(stderr, "glinta-sim did not start\n");
-            std::exit(1);
-        }
-        const QString line = QString::fromUtf8(sim->process.readLine()).trimmed();
-        const QUrl base(line.section(u' ', -1));
-        sim->endpoints.defaultBaseUrl = base;
-        for (const QString &code : ServiceEndpoints::regionCodes()) {
-            QUrl region = base;
-            region.setPath(u'/' + code + u'/');
-            sim->endpoints.regionBaseUrls.insert(code, region);
-        }
-        return sim;
-    }();
-    return instance.get();
+    static SimulatorProcess instance;
+    return &instance;
 }
 
 // Settled inside a coroutine: QCoro's waitFor never returns from a task that throws.
-template <typename T>
-QCoro::Task<std::optional<T>> settled(QCoro::Task<T> task)
+template <typename T> QCoro::Task<std::optional<T>> settled(QCoro::Task<T> task)
 {
     try {
         co_return co_await std::move(task);
@@ -72,7 +48,7 @@ QCoro::Task<LLUGraphData> pollCycle(const LibreLinkUpClient &client)
 void BM_SignInConnectionsGraph(benchmark::State &state)
 {
     QNetworkAccessManager network;
-    const LibreLinkUpClient client(&network, simulator()->endpoints);
+    const LibreLinkUpClient client(&network, simulator()->endpoints());
     for (auto _ : state) {
         if (!QCoro::waitFor(settled(pollCycle(client)))) {
             state.SkipWithError("cycle failed");
@@ -85,7 +61,7 @@ BENCHMARK(BM_SignInConnectionsGraph)->Iterations(1)->Repetitions(100)->Unit(benc
 void BM_GraphOnSession(benchmark::State &state)
 {
     QNetworkAccessManager network;
-    const LibreLinkUpClient client(&network, simulator()->endpoints);
+    const LibreLinkUpClient client(&network, simulator()->endpoints());
     const auto session = QCoro::waitFor(settled(client.login(email, password)));
     if (!session) {
         state.SkipWithError("sign-in failed");
@@ -108,9 +84,5 @@ int main(int argc, char **argv)
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
-    if (auto *sim = simulator(); sim->process.state() != QProcess::NotRunning) {
-        sim->process.terminate();
-        sim->process.waitForFinished(5000);
-    }
     return 0;
 }

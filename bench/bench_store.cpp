@@ -5,11 +5,11 @@
 #include "KeychainStore.h"
 #include "Preferences.h"
 #include "SharedSnapshotStore.h"
+#include "SimulatorProcess.h"
 #include "WidgetReloader.h"
 
 #include <QCoreApplication>
 #include <QNetworkAccessManager>
-#include <QProcess>
 #include <QSettings>
 #include <QTemporaryDir>
 
@@ -68,7 +68,7 @@ long residentKiB()
 
 struct Rig
 {
-    QProcess simulator;
+    SimulatorProcess simulator;
     QTemporaryDir directory;
     QNetworkAccessManager network;
     std::unique_ptr<LibreLinkUpClient> client;
@@ -81,18 +81,7 @@ struct Rig
 
     Rig()
     {
-        simulator.start(QStringLiteral(GLINTA_SIM_PATH), {u"--port"_s, u"0"_s});
-        if (!simulator.waitForReadyRead(10000))
-            qFatal("glinta-sim did not start");
-        const QUrl base(QString::fromUtf8(simulator.readLine()).trimmed().section(u' ', -1));
-        ServiceEndpoints endpoints;
-        endpoints.defaultBaseUrl = base;
-        for (const QString &code : ServiceEndpoints::regionCodes()) {
-            QUrl region = base;
-            region.setPath(u'/' + code + u'/');
-            endpoints.regionBaseUrls.insert(code, region);
-        }
-        client = std::make_unique<LibreLinkUpClient>(&network, endpoints);
+        client = std::make_unique<LibreLinkUpClient>(&network, simulator.endpoints());
         snapshots = std::make_unique<SharedSnapshotStore>(directory.path());
         preferences = std::make_unique<Preferences>(
             std::make_unique<QSettings>(directory.filePath(u"glinta.conf"_s), QSettings::IniFormat));
@@ -102,12 +91,7 @@ struct Rig
             GlucoseStore::Services{client.get(), &keychain, snapshots.get(), preferences.get(), &widgets,
                                    &clock, BuildInfo::current()});
     }
-    ~Rig()
-    {
-        store.reset();
-        simulator.terminate();
-        simulator.waitForFinished(5000);
-    }
+    ~Rig() { store.reset(); }
 
     bool cycle()
     {
