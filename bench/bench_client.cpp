@@ -2,9 +2,9 @@
 // graph fetch on an established session, against glinta-sim in its own process on loopback so the
 // CPU time measured is the client's alone.
 #include "LibreLinkUpClient.h"
+#include "QtBenchmarkMain.h"
 #include "SimulatorProcess.h"
 
-#include <QCoreApplication>
 #include <QNetworkAccessManager>
 
 #include <benchmark/benchmark.h>
@@ -78,11 +78,4 @@ BENCHMARK(BM_GraphOnSession)->Iterations(1)->Repetitions(100)->Unit(benchmark::k
 
 } // namespace
 
-int main(int argc, char **argv)
-{
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}
+GLINTA_QT_BENCHMARK_MAIN()

@@ -5,10 +5,10 @@
 #include "KeychainStore.h"
 #include "Preferences.h"
 #include "SharedSnapshotStore.h"
+#include "QtBenchmarkMain.h"
 #include "SimulatorProcess.h"
 #include "WidgetReloader.h"
 
-#include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -136,11 +136,4 @@ BENCHMARK(BM_Soak)->Arg(10000)->Iterations(1)->Unit(benchmark::kSecond);
 
 } // namespace
 
-int main(int argc, char **argv)
-{
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}
+GLINTA_QT_BENCHMARK_MAIN()
