@@ -3,9 +3,10 @@
 #include "Clock.h"
 #include "GlucoseStore.h"
 #include "KeychainStore.h"
+#include "MemoryKeychain.h"
 #include "Preferences.h"
-#include "SharedSnapshotStore.h"
 #include "QtBenchmarkMain.h"
+#include "SharedSnapshotStore.h"
 #include "SimulatorProcess.h"
 #include "WidgetReloader.h"
 
@@ -32,29 +33,6 @@ class WallClock : public Clock
 public:
     QDateTime now() const override { return QDateTime::currentDateTimeUtc(); }
     QCoro::Task<void> sleep(std::chrono::milliseconds, CancellationToken) override { co_return; }
-};
-
-// No keyring in a benchmark run; the password lives in memory.
-class MemoryKeychain : public KeychainStore
-{
-public:
-    QCoro::Task<void> savePassword(QString password, QString account) const override
-    {
-        m_passwords[account] = password;
-        co_return;
-    }
-    QCoro::Task<std::optional<QString>> readPassword(QString account) const override
-    {
-        co_return m_passwords.contains(account) ? std::optional(m_passwords.value(account)) : std::nullopt;
-    }
-    QCoro::Task<void> deletePassword(QString account) const override
-    {
-        m_passwords.remove(account);
-        co_return;
-    }
-
-private:
-    mutable QHash<QString, QString> m_passwords;
 };
 
 long residentKiB()

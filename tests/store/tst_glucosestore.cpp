@@ -1,3 +1,4 @@
+#include "CountingReloader.h"
 #include "GlucoseSnapshot.h"
 #include "GlucoseStore.h"
 #include "KeychainStore.h"
@@ -56,13 +57,6 @@ Fault fault(const QString &path, Fault::Kind kind, int status = 0)
 {
     return {path, kind, status, status, {}, {}, {}, 1, {}}; // answers one request
 }
-
-class CountingReloader : public WidgetReloader
-{
-public:
-    void reloadAllTimelines() override { ++reloads; }
-    int reloads = 0;
-};
 
 // The session's real keyring under a service name of this test's own, locked on demand.
 class TestKeychain : public KeychainStore

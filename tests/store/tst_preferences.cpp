@@ -1,4 +1,5 @@
 #include "BuildInfo.h"
+#include "CountingReloader.h"
 #include "LogCapture.h"
 #include "Preferences.h"
 #include "WidgetReloader.h"
@@ -16,16 +17,7 @@ using namespace Qt::StringLiterals;
 using namespace glinta;
 using Key = Preferences::Key;
 
-namespace {
-
-class CountingReloader : public WidgetReloader
-{
-public:
-    void reloadAllTimelines() override { ++reloads; }
-    int reloads = 0;
-};
-
-} // namespace
+namespace {} // namespace
 
 class TestPreferences : public QObject
 {

@@ -2,11 +2,13 @@
 // every cycle the store must show the data of the last good cycle, the status the failure table gives,
 // and that cycle's widget snapshot.
 
+#include "CountingReloader.h"
 #include "GlucoseSnapshot.h"
 #include "GlucoseStore.h"
 #include "KeychainStore.h"
 #include "LibreLinkUpClient.h"
 #include "ManualClock.h"
+#include "MemoryKeychain.h"
 #include "Preferences.h"
 #include "SharedSnapshotStore.h"
 #include "SimulatedService.h"
@@ -30,31 +32,6 @@ using glinta::sim::SimulatedService;
 using Status = GlucoseStore::Status;
 
 namespace {
-
-class MemoryKeychain : public KeychainStore
-{
-public:
-    QCoro::Task<void> savePassword(QString password, QString) const override
-    {
-        m_password = std::move(password);
-        co_return;
-    }
-    // A copy: QCoro 0.8 moves from an lvalue given to co_return.
-    QCoro::Task<std::optional<QString>> readPassword(QString) const override
-    {
-        co_return std::optional(m_password);
-    }
-
-private:
-    mutable std::optional<QString> m_password;
-};
-
-class CountingReloader : public WidgetReloader
-{
-public:
-    void reloadAllTimelines() override { ++reloads; }
-    int reloads = 0;
-};
 
 // Keeps the store's lines and swallows the rest of the program's chatter, thousands of lines of it.
 QStringList storeLines;
