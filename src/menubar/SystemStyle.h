@@ -1,0 +1,47 @@
+#pragma once
+
+#include <QColor>
+#include <QFont>
+#include <QPalette>
+
+class QLabel;
+class QWidget;
+
+namespace glinta {
+
+// The handful of semantic colours and text sizes the views share, so that a light and a dark palette
+// (and picture export) both come out right from one place.
+namespace style {
+
+enum class TextStyle
+{
+    headline,
+    title2,
+    body,
+    callout,
+    caption,
+    caption2,
+};
+
+bool isDark(const QPalette &palette);
+
+QColor primaryText(const QPalette &palette);
+QColor secondaryText(const QPalette &palette);
+QColor tertiaryText(const QPalette &palette);
+QColor quaternaryFill(const QPalette &palette);
+QColor accent(const QPalette &palette);
+QColor red(const QPalette &palette);
+QColor orange(const QPalette &palette);
+QColor green(const QPalette &palette);
+
+QFont font(TextStyle textStyle);
+
+// Sets a label's text style and its colour role in one go.
+void apply(QLabel *label, TextStyle textStyle, const QColor &color);
+
+// The palettes picture export renders with, and the on-screen fallback when the desktop gives none.
+QPalette lightPalette();
+QPalette darkPalette();
+
+} // namespace style
+} // namespace glinta
