@@ -24,6 +24,8 @@ public:
 
     void declare(const QString &identifier, const QString &title, ContentFactory makeContent);
 
+    bool isDeclared(const QString &identifier) const { return m_declarations.contains(identifier); }
+
     // Returns the window, or nullptr for an undeclared identifier.
     QWidget *open(const QString &identifier);
     void dismiss(const QString &identifier);
