@@ -2,6 +2,14 @@
 
 #include <QWidget>
 
+class QChart;
+class QChartView;
+class QDateTimeAxis;
+class QLabel;
+class QScatterSeries;
+class QStackedLayout;
+class QValueAxis;
+
 namespace glinta {
 
 class GlucoseStore;
@@ -13,6 +21,30 @@ class GlucoseChartView : public QWidget
 
 public:
     GlucoseChartView(GlucoseStore *store, QWidget *parent = nullptr);
+
+    // What is on screen: the chart while there is history, nullptr while the empty state shows.
+    QChart *chart() const;
+    bool showsEmptyState() const;
+
+protected:
+    void changeEvent(QEvent *event) override;
+    void paintEvent(QPaintEvent *event) override;
+
+private:
+    void rebuild();
+    void rebuildLatest();
+    void fitTimeAxis();
+    void styleAxes();
+
+    GlucoseStore *m_store;
+    QChart *m_chart;
+    QDateTimeAxis *m_timeAxis;
+    QValueAxis *m_valueAxis;
+    QLabel *m_emptyLabel;
+    QChartView *m_chartView;
+    QStackedLayout *m_pages;
+    // Kept so that a new latest reading replaces only the dot, not the whole history.
+    QScatterSeries *m_latestDot = nullptr;
 };
 
 } // namespace glinta
