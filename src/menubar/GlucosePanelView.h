@@ -1,6 +1,11 @@
 #pragma once
 
+#include <QPointer>
 #include <QWidget>
+
+#include <optional>
+
+class QVBoxLayout;
 
 namespace glinta {
 
@@ -15,8 +20,28 @@ class GlucosePanelView : public QWidget
     Q_OBJECT
 
 public:
+    static constexpr int panelWidth = 340;
+
     GlucosePanelView(GlucoseStore *store, Preferences *preferences, Updater *updater, bool rendersForImage,
                      WindowRegistry *windows, QWidget *parent = nullptr);
+
+    // The dashboard or the sign-in prompt, whichever is showing.
+    QWidget *content() const { return m_content; }
+
+Q_SIGNALS:
+    void quitRequested();
+
+private:
+    void chooseContent();
+
+    GlucoseStore *m_store;
+    Preferences *m_preferences;
+    Updater *m_updater;
+    bool m_rendersForImage;
+    WindowRegistry *m_windows;
+    QVBoxLayout *m_layout;
+    QPointer<QWidget> m_content;
+    std::optional<bool> m_showsDashboard;
 };
 
 } // namespace glinta
