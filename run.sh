@@ -19,9 +19,4 @@ if [[ ! -f $build/CMakeCache.txt || ! (-f $build/build.ninja || -f $build/Makefi
 fi
 cmake --build "$build" --parallel "$(nproc)"
 
-app="$build/src/app/glinta"
-if [[ ! -x $app ]]; then
-  echo "Glinta built: its libraries and glinta-sim are there, but the tray application itself is not yet."
-  exit 0
-fi
-exec "$app" "$@"
+exec "$build/src/app/glinta" "$@"

@@ -3,6 +3,7 @@
 #include <QCursor>
 #include <QGuiApplication>
 #include <QScreen>
+#include <QShortcut>
 #include <QVBoxLayout>
 
 namespace glinta {
@@ -37,6 +38,9 @@ QWidget *WindowRegistry::open(const QString &identifier)
     // Sized by its content and never larger.
     layout->setSizeConstraint(QLayout::SetFixedSize);
     layout->addWidget(declaration->makeContent());
+    // As in any dialog, Escape puts the window away.
+    auto *escape = new QShortcut(QKeySequence(Qt::Key_Escape), window);
+    connect(escape, &QShortcut::activated, window, &QWidget::close);
     layout->activate();
 
     const QScreen *screen = QGuiApplication::screenAt(QCursor::pos());

@@ -30,6 +30,18 @@ template <typename T> Outcome<T> run(QCoro::Task<T> task)
     return QCoro::waitFor(settled(std::move(task)));
 }
 
+inline QCoro::Task<bool> settledVoid(QCoro::Task<void> task)
+{
+    co_await std::move(task);
+    co_return true;
+}
+
+// Runs a task without a value to its end: what it threw, or null.
+inline std::exception_ptr runToEnd(QCoro::Task<void> task)
+{
+    return run(settledVoid(std::move(task))).error;
+}
+
 template <typename E> std::optional<E> errorAs(const std::exception_ptr &error)
 {
     try {

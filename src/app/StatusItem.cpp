@@ -1,0 +1,203 @@
+#include "StatusItem.h"
+
+#include "Logging.h"
+#include "TrayIconPainter.h"
+
+#include <QApplication>
+#include <QCursor>
+#include <QKeyEvent>
+#include <QScreen>
+#include <QVBoxLayout>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace glinta {
+
+namespace {
+
+// Tray hosts pick the size they draw; offer the common ones so none has to scale a picture.
+constexpr int iconSizes[] = {16, 22, 24, 32, 48, 64};
+constexpr auto reopenGuard = 300ms;
+
+// The tray's background is not ours to read. GNOME-family top bars are dark whatever the theme; elsewhere
+// the panel follows the desktop's colour scheme, which the application palette reflects.
+QColor trayInk()
+{
+    const QString desktop = qEnvironmentVariable("XDG_CURRENT_DESKTOP");
+    for (const auto name : {"GNOME", "Unity", "Pantheon"}) {
+        if (desktop.contains(QLatin1StringView(name), Qt::CaseInsensitive))
+            return Qt::white;
+    }
+    return QGuiApplication::palette().color(QPalette::WindowText);
+}
+
+} // namespace
+
+StatusItem::StatusItem(MenuBarLabel *label, QWidget *panel, QObject *parent)
+    : QObject(parent), m_label(label), m_window(new QFrame(nullptr, Qt::Popup))
+{
+    m_window->setObjectName(u"panel"_s);
+    m_window->setWindowTitle(u"Glinta"_s);
+    m_window->setFrameShape(QFrame::StyledPanel);
+    m_window->setAutoFillBackground(true);
+    auto *layout = new QVBoxLayout(m_window);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSizeConstraint(QLayout::SetFixedSize);
+    layout->addWidget(panel);
+    m_window->installEventFilter(this);
+
+    connect(label, &MenuBarLabel::titleChanged, this, &StatusItem::updateIcon);
+    connect(&m_tray, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
+        if (reason == QSystemTrayIcon::Trigger || reason == QSystemTrayIcon::DoubleClick)
+            togglePanel();
+    });
+    updateIcon();
+}
+
+StatusItem::~StatusItem()
+{
+    delete m_window;
+}
+
+QString StatusItem::toolTip(const MenuBarTitle &title)
+{
+    if (title.showsSymbol)
+        return title.accessibilityLabel;
+    return title.text + u'\n' + title.accessibilityLabel;
+}
+
+void StatusItem::updateIcon()
+{
+    if (!m_label)
+        return;
+    const MenuBarTitle title = m_label->title();
+    const QColor ink = trayInk();
+    const QScreen *screen = QGuiApplication::primaryScreen();
+    const qreal ratio = screen ? screen->devicePixelRatio() : 1.0;
+    QIcon icon;
+    for (const int size : iconSizes) {
+        QImage image = paintTrayIcon(title, size, ratio, ink);
+        // QIcon keys its pixmaps by pixel size; at a ratio above 1 each size gets its sharp picture.
+        icon.addPixmap(QPixmap::fromImage(std::move(image)));
+    }
+    m_tray.setIcon(icon);
+    m_tray.setToolTip(toolTip(title));
+}
+
+void StatusItem::show(std::chrono::milliseconds trayWait)
+{
+    m_trayWait = trayWait;
+    m_waited.start();
+    waitForTray();
+}
+
+void StatusItem::waitForTray()
+{
+    if (QSystemTrayIcon::isSystemTrayAvailable()) {
+        m_tray.show();
+        return;
+    }
+    if (std::chrono::milliseconds(m_waited.elapsed()) >= m_trayWait) {
+        qCInfo(lcApp, "No system tray appeared within %s seconds; showing the panel as a window",
+               qPrintable(QString::number(m_trayWait.count() / 1000.0, 'g', 4)));
+        showFallbackWindow();
+        return;
+    }
+    // Desktops start their tray late at login; look again shortly.
+    QTimer::singleShot(500ms, this, &StatusItem::waitForTray);
+}
+
+void StatusItem::showFallbackWindow()
+{
+    m_fallback = true;
+    m_window->setWindowFlags(Qt::Window);
+    m_window->setFrameShape(QFrame::NoFrame);
+    m_window->setWindowIcon(QApplication::windowIcon());
+    showPanel();
+}
+
+void StatusItem::togglePanel()
+{
+    if (!m_fallback && m_window->isVisible()) {
+        m_window->hide();
+        return;
+    }
+    if (!m_fallback && m_sinceHidden.isValid() &&
+        std::chrono::milliseconds(m_sinceHidden.elapsed()) < reopenGuard)
+        return;
+    showPanel();
+}
+
+void StatusItem::showPanel()
+{
+    m_window->layout()->activate();
+    if (m_fallback) {
+        if (!m_window->isVisible()) {
+            const QScreen *screen = QGuiApplication::primaryScreen();
+            QRect frame(QPoint(), m_window->size());
+            if (screen)
+                frame.moveCenter(screen->availableGeometry().center());
+            m_window->move(frame.topLeft());
+        }
+        m_window->show();
+        m_window->raise();
+        m_window->activateWindow();
+        return;
+    }
+    placePopup();
+    m_window->show();
+    m_window->raise();
+    m_window->activateWindow();
+}
+
+// Under the icon when the tray says where it is (XEmbed usually does, StatusNotifierItem never), else at
+// the pointer, which has just clicked the icon; kept on the screen either way.
+void StatusItem::placePopup()
+{
+    const QRect icon = m_tray.geometry();
+    const QPoint anchor = icon.isValid() ? icon.center() : QCursor::pos();
+    QScreen *screen = QGuiApplication::screenAt(anchor);
+    if (!screen)
+        screen = QGuiApplication::primaryScreen();
+    const QRect available = screen ? screen->availableGeometry() : QRect(anchor, m_window->size());
+    const QSize size = m_window->size();
+    const bool below = anchor.y() < available.center().y();
+    const int gap = icon.isValid() ? icon.height() / 2 + 4 : 4;
+    QPoint topLeft(anchor.x() - size.width() / 2,
+                   below ? anchor.y() + gap : anchor.y() - gap - size.height());
+    topLeft.setX(std::clamp(topLeft.x(), available.left(),
+                            std::max(available.left(), available.right() - size.width() + 1)));
+    topLeft.setY(std::clamp(topLeft.y(), available.top(),
+                            std::max(available.top(), available.bottom() - size.height() + 1)));
+    m_window->move(topLeft);
+}
+
+bool StatusItem::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_window) {
+        switch (event->type()) {
+        case QEvent::ApplicationPaletteChange: // every widget hears of it, the panel's window too
+            updateIcon();
+            break;
+        case QEvent::Hide:
+            m_sinceHidden.start();
+            break;
+        case QEvent::Close:
+            if (m_fallback)
+                Q_EMIT fallbackWindowClosed();
+            break;
+        case QEvent::KeyPress:
+            if (!m_fallback && static_cast<QKeyEvent *>(event)->key() == Qt::Key_Escape) {
+                m_window->hide();
+                return true;
+            }
+            break;
+        default:
+            break;
+        }
+    }
+    return QObject::eventFilter(watched, event);
+}
+
+} // namespace glinta

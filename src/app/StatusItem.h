@@ -1,0 +1,64 @@
+#pragma once
+
+#include "MenuBarLabel.h"
+
+#include <QElapsedTimer>
+#include <QFrame>
+#include <QObject>
+#include <QPointer>
+#include <QSystemTrayIcon>
+#include <QTimer>
+
+#include <chrono>
+
+namespace glinta {
+
+// The tray item and the panel it opens. Tray slots are square and the protocols carry no text title, so
+// the icon is drawn from the label and the tooltip carries the whole title and what a screen reader says.
+// Where no tray turns up, the panel becomes an ordinary window so the user is never left with nothing.
+class StatusItem : public QObject
+{
+    Q_OBJECT
+
+public:
+    StatusItem(MenuBarLabel *label, QWidget *panel, QObject *parent = nullptr);
+    ~StatusItem() override;
+
+    // Shows the tray icon, or, when no tray appears within `trayWait`, the panel as a window.
+    void show(std::chrono::milliseconds trayWait = std::chrono::seconds(10));
+
+    // The panel under the icon (or at the pointer), brought forward; opens the window without a tray.
+    void showPanel();
+    void togglePanel();
+
+    QSystemTrayIcon *trayIcon() { return &m_tray; }
+    QWidget *panelWindow() const { return m_window; }
+    bool usesFallbackWindow() const { return m_fallback; }
+
+    static QString toolTip(const MenuBarTitle &title);
+
+Q_SIGNALS:
+    // The fallback window was closed: with no tray, nothing else would be left of the program.
+    void fallbackWindowClosed();
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private:
+    void updateIcon();
+    void waitForTray();
+    void showFallbackWindow();
+    void placePopup();
+
+    QPointer<MenuBarLabel> m_label;
+    QSystemTrayIcon m_tray;
+    QFrame *m_window;
+    QTimer m_trayPoll;
+    QElapsedTimer m_waited;
+    std::chrono::milliseconds m_trayWait{0};
+    bool m_fallback = false;
+    // When the popup last closed: a click on the icon closes it first, and must not reopen it at once.
+    QElapsedTimer m_sinceHidden;
+};
+
+} // namespace glinta

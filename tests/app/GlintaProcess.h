@@ -1,0 +1,94 @@
+#pragma once
+
+#include "ServiceEndpoints.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTest>
+
+// The glinta program of this build, run with a profile of its own (configuration, data and runtime
+// directories) and pointed at a simulated service through the development address file, so a test
+// never meets the user's settings, snapshot or running Glinta.
+class GlintaProcess
+{
+public:
+    GlintaProcess()
+    {
+        QDir(m_home.path()).mkpath(u"config/nordvik.com"_qs);
+        QDir(m_home.path()).mkpath(u"data"_qs);
+        QDir(m_home.path()).mkpath(u"run"_qs);
+        QFile::setPermissions(m_home.filePath(u"run"_qs),
+                              QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+        environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"XDG_CONFIG_HOME"_qs, m_home.filePath(u"config"_qs));
+        environment.insert(u"XDG_DATA_HOME"_qs, m_home.filePath(u"data"_qs));
+        environment.insert(u"XDG_RUNTIME_DIR"_qs, m_home.filePath(u"run"_qs));
+        environment.insert(u"QT_QPA_PLATFORM"_qs, u"xcb"_qs);
+        environment.insert(u"ASAN_OPTIONS"_qs, u"detect_leaks=0"_qs);
+        m_process.setProcessChannelMode(QProcess::MergedChannels);
+    }
+    ~GlintaProcess() { stop(); }
+
+    void useService(const glinta::ServiceEndpoints &endpoints)
+    {
+        QJsonObject regions;
+        for (auto it = endpoints.regionBaseUrls.cbegin(); it != endpoints.regionBaseUrls.cend(); ++it)
+            regions.insert(it.key(), it.value().toString());
+        const QJsonObject address{{u"defaultBaseURL"_qs, endpoints.defaultBaseUrl.toString()},
+                                  {u"regions"_qs, regions}};
+        QFile file(configDirectory() + u"/service-address.json"_qs);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(QJsonDocument(address).toJson());
+    }
+
+    void setPreference(const QString &key, const QVariant &value)
+    {
+        QSettings settings(configDirectory() + u"/glinta.conf"_qs, QSettings::IniFormat);
+        settings.setValue(key, value);
+    }
+
+    QString configDirectory() const { return m_home.filePath(u"config/nordvik.com"_qs); }
+    QString snapshotPath() const
+    {
+        return m_home.filePath(u"data/K3R8WQ5N2D.com.nordvik.glinta/glucose-snapshot.json"_qs);
+    }
+
+    void start(const QStringList &arguments = {})
+    {
+        m_process.setProcessEnvironment(environment);
+        m_process.start(QStringLiteral(GLINTA_PROGRAM), arguments);
+        QVERIFY2(m_process.waitForStarted(10000), qPrintable(m_process.errorString()));
+    }
+
+    // Everything it printed so far.
+    QString output()
+    {
+        m_output += QString::fromUtf8(m_process.readAll());
+        return m_output;
+    }
+
+    QProcess &process() { return m_process; }
+
+    void stop()
+    {
+        if (m_process.state() == QProcess::NotRunning)
+            return;
+        m_process.terminate();
+        if (!m_process.waitForFinished(10000)) {
+            m_process.kill();
+            m_process.waitForFinished(5000);
+        }
+    }
+
+    QProcessEnvironment environment;
+
+private:
+    QTemporaryDir m_home;
+    QProcess m_process;
+    QString m_output;
+};

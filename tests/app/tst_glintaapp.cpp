@@ -1,0 +1,182 @@
+#include "GlintaApp.h"
+#include "GlucoseStore.h"
+#include "KeychainStore.h"
+#include "LogCapture.h"
+#include "MenuBarLabel.h"
+#include "SimulatedService.h"
+#include "SingleInstance.h"
+#include "StatusItem.h"
+#include "TaskOutcome.h"
+#include "WindowRegistry.h"
+
+#include <QApplication>
+#include <QLockFile>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QUuid>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+using namespace glinta;
+
+class TestGlintaApp : public QObject
+{
+    Q_OBJECT
+
+    // An account of this run's own, so the session's keyring never holds anything but test items.
+    sim::SimAccount m_account{u"app-"_s + QUuid::createUuid().toString(QUuid::WithoutBraces) +
+                                  u"@example.com"_s,
+                              u"pw"_s,
+                              u"u-1"_s,
+                              QString(),
+                              {{u"p-1"_s, u"Ann"_s, {}}}};
+    sim::SimulatedService m_service;
+
+    std::unique_ptr<GlintaApp> makeApp(const QTemporaryDir &dir, const QString &savedEmail)
+    {
+        GlintaApp::Environment environment;
+        environment.endpoints = m_service.endpoints();
+        environment.settings =
+            std::make_unique<QSettings>(dir.filePath(u"glinta.conf"_s), QSettings::IniFormat);
+        environment.settings->setValue(u"lastLaunchedBuild"_s, u"1"_s);
+        if (!savedEmail.isEmpty())
+            environment.settings->setValue(u"libreLinkUpEmail"_s, savedEmail);
+        environment.snapshotParent = dir.path();
+        environment.build = BuildInfo{u"1.3.5"_s, u"1"_s};
+        return std::make_unique<GlintaApp>(std::move(environment));
+    }
+
+    static bool anyWindowVisible()
+    {
+        const auto windows = QApplication::topLevelWidgets();
+        return std::any_of(windows.begin(), windows.end(), [](QWidget *w) { return w->isVisible(); });
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        m_service.addAccount(m_account);
+        QVERIFY(m_service.start() != 0);
+    }
+
+    void init() { m_service.resetCounters(); }
+
+    void launchSignedOutStaysQuiet()
+    {
+        QTemporaryDir dir;
+        auto app = makeApp(dir, {});
+        app->start();
+        QTest::qWait(300);
+        QCOMPARE(app->store()->status(), GlucoseStore::Status::loggedOut());
+        QVERIFY(StatusItem::toolTip(MenuBarLabel(app->store(), nullptr).title()) ==
+                u"Glinta: no glucose data"_s);
+        QCOMPARE(m_service.requestCount(u"login"_s), 0);
+        QVERIFY(!anyWindowVisible());
+    }
+
+    void launchWithSavedEmailRefreshesAtOnce()
+    {
+        const KeychainStore keychain;
+        QVERIFY(!runToEnd(keychain.savePassword(m_account.password, m_account.email)));
+        QTemporaryDir dir;
+        auto app = makeApp(dir, m_account.email);
+        app->start();
+        QTRY_VERIFY_WITH_TIMEOUT(app->store()->latest().has_value(), 10000);
+        QCOMPARE(m_service.requestCount(u"login"_s), 1);
+        QCOMPARE(app->store()->status(), GlucoseStore::Status::active());
+        QVERIFY(!anyWindowVisible());
+        app.reset();
+        QVERIFY(!runToEnd(keychain.deletePassword(m_account.email)));
+    }
+
+    void withoutTrayThePanelBecomesAWindow()
+    {
+        if (QSystemTrayIcon::isSystemTrayAvailable())
+            QSKIP("a tray is available here; this covers a desktop without one");
+        LogCapture log;
+        QTemporaryDir dir;
+        auto app = makeApp(dir, {});
+        QSignalSpy quit(app.get(), &GlintaApp::quitRequested);
+        app->statusItem()->show(200ms);
+        QTRY_VERIFY(app->statusItem()->panelWindow()->isVisible());
+        QVERIFY(app->statusItem()->usesFallbackWindow());
+        QVERIFY(app->statusItem()->panelWindow()->isWindow());
+        const auto lines = log.inCategory(u"com.nordvik.glinta.App"_s);
+        QCOMPARE(lines.size(), 1);
+        QVERIFY(lines.first().message.startsWith(u"No system tray appeared"_s));
+        // With no tray, closing the only window is quitting.
+        app->statusItem()->panelWindow()->close();
+        QCOMPARE(quit.size(), 1);
+    }
+
+    void windowsOpenOnceAndCentred()
+    {
+        QTemporaryDir dir;
+        auto app = makeApp(dir, {});
+        QWidget *login = app->windows()->open(u"login"_s);
+        QVERIFY(login);
+        QCOMPARE(login->windowTitle(), u"Sign In to Glinta"_s);
+        QCOMPARE(app->windows()->open(u"login"_s), login);
+        const QRect screen = login->screen()->availableGeometry();
+        // Centred before the window manager adds its frame, so off by a frame's width at most.
+        QVERIFY(qAbs(login->geometry().center().x() - screen.center().x()) <= 4);
+        QVERIFY(qAbs(login->geometry().center().y() - screen.center().y()) <= 4);
+        app->windows()->dismiss(u"login"_s);
+        QTRY_VERIFY(!app->windows()->window(u"login"_s));
+        QVERIFY(!app->windows()->open(u"no-such-window"_s));
+    }
+
+    void oneInstancePerProfile()
+    {
+        QTemporaryDir runtime;
+        QTemporaryDir profile;
+        QTemporaryDir otherProfile;
+        SingleInstance first(profile.path(), runtime.path());
+        QVERIFY(first.claim());
+        SingleInstance second(profile.path() + u"/."_s, runtime.path());
+        QVERIFY(!second.claim());
+        SingleInstance elsewhere(otherProfile.path(), runtime.path());
+        QVERIFY(elsewhere.claim());
+
+        QSignalSpy raised(&first, &SingleInstance::activationRequested);
+        QSignalSpy delivered(&second, &SingleInstance::delivered);
+        second.notifyRunning();
+        QTRY_COMPARE(delivered.size(), 1);
+        QCOMPARE(delivered.first().first().toBool(), true);
+        QCOMPARE(raised.size(), 1);
+    }
+
+    void lockOfADeadHolderIsTakenOver()
+    {
+        QTemporaryDir runtime;
+        QTemporaryDir profile;
+        QString lockPath;
+        {
+            SingleInstance holder(profile.path(), runtime.path());
+            QVERIFY(holder.claim());
+            lockPath = holder.socketPath().replace(u".socket"_s, u".lock"_s);
+        }
+        // A holder that crashed leaves its file behind, naming a process that is gone.
+        QFile stale(lockPath);
+        QVERIFY(stale.open(QIODevice::WriteOnly));
+        stale.write("999999999\nglinta\n" + QSysInfo::machineHostName().toUtf8() + "\n");
+        stale.close();
+        SingleInstance next(profile.path(), runtime.path());
+        QVERIFY(next.claim());
+    }
+
+    void noHolderAnswersIsAFailedDelivery()
+    {
+        QTemporaryDir runtime;
+        QTemporaryDir profile;
+        SingleInstance lonely(profile.path(), runtime.path());
+        QSignalSpy delivered(&lonely, &SingleInstance::delivered);
+        lonely.notifyRunning();
+        QTRY_COMPARE(delivered.size(), 1);
+        QCOMPARE(delivered.first().first().toBool(), false);
+    }
+};
+
+QTEST_MAIN(TestGlintaApp)
+#include "tst_glintaapp.moc"
