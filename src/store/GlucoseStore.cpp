@@ -116,7 +116,7 @@ QCoro::Task<void> GlucoseStore::signIn(QString email, QString password)
 
     LibreLinkUpClient::Session session;
     try {
-        session = co_await m_services.client->login(email, password);
+        session = co_await m_services.client->login(email, password, m_accountToken);
     } catch (const CancelledError &) {
         co_return;
     } catch (const std::exception &error) {

@@ -266,6 +266,22 @@ private Q_SLOTS:
         QVERIFY(rig.log().isEmpty());
     }
 
+    // Quitting or signing out while the sign-in window waits must not sign the account in afterwards.
+    void signOutDuringSignIn()
+    {
+        Rig rig;
+        Fault late = fault(u"login"_s, Fault::Kind::delay);
+        late.delay = 300ms;
+        rig.service->addFault(late);
+        QCoro::Task<void> signIn = rig.store->signIn(demo.email, demo.password);
+        QTRY_COMPARE(rig.requests(u"login"_s), 1);
+        rig.store->signOut();
+        QVERIFY(finish(std::move(signIn)));
+        Rig::quiet();
+        QCOMPARE(show(rig.store->status()), u"loggedOut"_s);
+        QVERIFY(!rig.store->savedEmail() && !rig.hasPassword() && !rig.store->isPolling());
+    }
+
     // The loop's next cycle hangs; a Refresh button cycle, which sign-out does not cancel, answers late.
     void signOutDuringFetch_data()
     {
