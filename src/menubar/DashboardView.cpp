@@ -74,9 +74,8 @@ QFont tabularDigits(QFont font)
 
 QLabel *makeLabel(const QString &objectName, QWidget *parent)
 {
-    auto *label = new QLabel(parent);
+    QLabel *label = style::plainLabel(QString(), parent);
     label->setObjectName(objectName);
-    label->setTextFormat(Qt::PlainText);
     return label;
 }
 

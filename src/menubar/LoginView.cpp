@@ -2,6 +2,7 @@
 
 #include "GlucoseStore.h"
 #include "ProgressSpinner.h"
+#include "SymbolLabel.h"
 #include "Symbols.h"
 #include "SystemStyle.h"
 #include "WindowRegistry.h"
@@ -25,14 +26,6 @@ const QString signUpAddress = u"https://www.librelinkup.com/"_s;
 const QString signInText = u"Sign In"_s;
 const QString signUpText = u"Don't have an account? Set up LibreLinkUp\u2026"_s;
 
-QLabel *plainLabel(const QString &text, QWidget *parent)
-{
-    auto *label = new QLabel(text, parent);
-    // Store messages are shown verbatim, never read as markup.
-    label->setTextFormat(Qt::PlainText);
-    return label;
-}
-
 } // namespace
 
 LoginView::LoginView(GlucoseStore *store, WindowRegistry *windows, QWidget *parent)
@@ -43,19 +36,14 @@ LoginView::LoginView(GlucoseStore *store, WindowRegistry *windows, QWidget *pare
     layout->setContentsMargins(20, 20, 20, 20);
     layout->setSpacing(10);
 
-    auto *title = new QHBoxLayout;
-    title->setSpacing(6);
-    m_symbol = new QLabel(this);
-    auto *name = plainLabel(u"Glinta"_s, this);
-    name->setFont(style::font(style::TextStyle::headline));
-    title->addWidget(m_symbol);
-    title->addWidget(name);
-    layout->addLayout(title);
-    layout->setAlignment(title, Qt::AlignLeft);
+    m_title = new SymbolLabel(u"drop.fill"_s, style::TextStyle::headline, this);
+    m_title->setText(u"Glinta"_s);
+    layout->addWidget(m_title, 0, Qt::AlignLeft);
 
-    m_explanation = plainLabel(u"Sign in with your LibreLinkUp account. Your credentials are stored in your "
-                               u"desktop keyring and sent only to Abbott's LibreView servers."_s,
-                               this);
+    m_explanation =
+        style::plainLabel(u"Sign in with your LibreLinkUp account. Your credentials are stored in your "
+                          u"desktop keyring and sent only to Abbott's LibreView servers."_s,
+                          this);
     m_explanation->setWordWrap(true);
     layout->addWidget(m_explanation);
 
@@ -82,7 +70,7 @@ LoginView::LoginView(GlucoseStore *store, WindowRegistry *windows, QWidget *pare
                                     Qt::ImhNoAutoUppercase);
     layout->addWidget(m_password);
 
-    m_message = plainLabel(QString(), this);
+    m_message = style::plainLabel(QString(), this);
     m_message->setWordWrap(true);
     layout->addWidget(m_message);
 
@@ -102,7 +90,8 @@ LoginView::LoginView(GlucoseStore *store, WindowRegistry *windows, QWidget *pare
     row->addWidget(m_signIn);
     layout->addLayout(row);
 
-    m_notice = plainLabel(u"Glinta is not a medical device. Do not use it for treatment decisions."_s, this);
+    m_notice =
+        style::plainLabel(u"Glinta is not a medical device. Do not use it for treatment decisions."_s, this);
     m_notice->setWordWrap(true);
     layout->addWidget(m_notice);
 
@@ -166,7 +155,7 @@ void LoginView::updateState()
 void LoginView::applyColors()
 {
     const QPalette &colors = palette();
-    m_symbol->setPixmap(symbolPixmap(u"drop.fill"_s, style::primaryText(colors), 16, devicePixelRatioF()));
+    m_title->setColor(style::primaryText(colors));
     style::apply(m_explanation, style::TextStyle::caption, style::secondaryText(colors));
     // A link's colour is fixed when its markup is parsed, so the markup is rebuilt for each palette.
     m_link->setText(u"<a href=\"%1\" style=\"color: %2\">%3</a>"_s.arg(

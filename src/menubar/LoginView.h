@@ -11,6 +11,7 @@ class QPushButton;
 
 namespace glinta {
 
+class SymbolLabel;
 class GlucoseStore;
 class ProgressSpinner;
 class WindowRegistry;
@@ -36,7 +37,7 @@ private:
     QPointer<GlucoseStore> m_store;
     QPointer<WindowRegistry> m_windows;
 
-    QLabel *m_symbol = nullptr;
+    SymbolLabel *m_title = nullptr;
     QLabel *m_explanation = nullptr;
     QLabel *m_link = nullptr;
     QLineEdit *m_email = nullptr;

@@ -1,5 +1,6 @@
 #include "SignInPromptView.h"
 
+#include "SymbolLabel.h"
 #include "Symbols.h"
 #include "SystemStyle.h"
 #include "WindowRegistry.h"
@@ -14,16 +15,7 @@ using namespace Qt::StringLiterals;
 
 namespace glinta {
 
-namespace {
-
-QLabel *plainLabel(const QString &text, QWidget *parent)
-{
-    auto *label = new QLabel(text, parent);
-    label->setTextFormat(Qt::PlainText);
-    return label;
-}
-
-} // namespace
+namespace {} // namespace
 
 // The prompt reads nothing from the store; it takes one so the panel can hand over what it has.
 SignInPromptView::SignInPromptView(GlucoseStore *, WindowRegistry *windows, QWidget *parent)
@@ -33,18 +25,12 @@ SignInPromptView::SignInPromptView(GlucoseStore *, WindowRegistry *windows, QWid
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(10);
 
-    auto *title = new QHBoxLayout;
-    title->setSpacing(6);
-    m_symbol = new QLabel(this);
-    auto *name = plainLabel(u"Glinta"_s, this);
-    name->setFont(style::font(style::TextStyle::headline));
-    title->addWidget(m_symbol);
-    title->addWidget(name);
-    layout->addLayout(title);
-    layout->setAlignment(title, Qt::AlignLeft);
+    m_title = new SymbolLabel(u"drop.fill"_s, style::TextStyle::headline, this);
+    m_title->setText(u"Glinta"_s);
+    layout->addWidget(m_title, 0, Qt::AlignLeft);
 
-    m_explanation =
-        plainLabel(u"Connect your LibreLinkUp account to see your glucose in the system tray."_s, this);
+    m_explanation = style::plainLabel(
+        u"Connect your LibreLinkUp account to see your glucose in the system tray."_s, this);
     m_explanation->setWordWrap(true);
     layout->addWidget(m_explanation);
 
@@ -58,7 +44,8 @@ SignInPromptView::SignInPromptView(GlucoseStore *, WindowRegistry *windows, QWid
     row->addStretch();
     layout->addLayout(row);
 
-    m_notice = plainLabel(u"Glinta is not a medical device. Do not use it for treatment decisions."_s, this);
+    m_notice =
+        style::plainLabel(u"Glinta is not a medical device. Do not use it for treatment decisions."_s, this);
     m_notice->setWordWrap(true);
     layout->addWidget(m_notice);
 
@@ -82,7 +69,7 @@ void SignInPromptView::changeEvent(QEvent *event)
 void SignInPromptView::applyColors()
 {
     const QPalette &colors = palette();
-    m_symbol->setPixmap(symbolPixmap(u"drop.fill"_s, style::primaryText(colors), 16, devicePixelRatioF()));
+    m_title->setColor(style::primaryText(colors));
     style::apply(m_explanation, style::TextStyle::caption, style::secondaryText(colors));
     style::apply(m_notice, style::TextStyle::caption2, style::tertiaryText(colors));
 

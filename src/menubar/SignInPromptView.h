@@ -8,6 +8,7 @@ class QPushButton;
 
 namespace glinta {
 
+class SymbolLabel;
 class GlucoseStore;
 class WindowRegistry;
 
@@ -31,7 +32,7 @@ private:
 
     QPointer<WindowRegistry> m_windows;
 
-    QLabel *m_symbol = nullptr;
+    SymbolLabel *m_title = nullptr;
     QLabel *m_explanation = nullptr;
     QPushButton *m_signIn = nullptr;
     QLabel *m_notice = nullptr;

@@ -88,6 +88,13 @@ QFont font(TextStyle textStyle)
     return font;
 }
 
+QLabel *plainLabel(const QString &text, QWidget *parent)
+{
+    auto *label = new QLabel(text, parent);
+    label->setTextFormat(Qt::PlainText);
+    return label;
+}
+
 void apply(QLabel *label, TextStyle textStyle, const QColor &color)
 {
     label->setFont(font(textStyle));

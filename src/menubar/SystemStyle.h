@@ -36,6 +36,9 @@ QColor green(const QPalette &palette);
 
 QFont font(TextStyle textStyle);
 
+// A label that shows its text as it is, never as markup: service messages and names are verbatim.
+QLabel *plainLabel(const QString &text, QWidget *parent);
+
 // Sets a label's text style and its colour role in one go.
 void apply(QLabel *label, TextStyle textStyle, const QColor &color);
 
