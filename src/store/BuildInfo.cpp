@@ -6,7 +6,8 @@ namespace glinta {
 
 BuildInfo BuildInfo::current()
 {
-    return {QStringLiteral(GLINTA_SHORT_VERSION), QStringLiteral(GLINTA_BUILD_NUMBER)};
+    return {QStringLiteral(GLINTA_SHORT_VERSION), QStringLiteral(GLINTA_BUILD_NUMBER),
+            QStringLiteral(GLINTA_UPDATE_FEED_URL)};
 }
 
 } // namespace glinta

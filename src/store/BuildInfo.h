@@ -11,6 +11,8 @@ struct BuildInfo
     QString shortVersion;
     // The build number; a change of it at launch wakes the widgets.
     QString buildNumber;
+    // The appcast the updater reads; empty when this build checks for no updates.
+    QString updateFeedUrl;
 
     static BuildInfo current();
 

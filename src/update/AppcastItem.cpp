@@ -1,0 +1,10 @@
+#include "AppcastItem.h"
+
+namespace glinta {
+
+QString AppcastError::description() const
+{
+    return m_problem;
+}
+
+} // namespace glinta
