@@ -12,7 +12,7 @@ struct BuildInfo
     // The build number; a change of it at launch wakes the widgets.
     QString buildNumber;
     // The appcast the updater reads; empty when this build checks for no updates.
-    QString updateFeedUrl;
+    QString updateFeedUrl = {};
 
     static BuildInfo current();
 
