@@ -21,6 +21,11 @@ QString Preferences::keyName(Key key)
         return u"availableUpdateVersion"_s;
     case Key::renderImages:
         return u"RenderImages"_s;
+    // The names the update framework keeps in the application's defaults.
+    case Key::skippedVersion:
+        return u"SUSkippedVersion"_s;
+    case Key::lastUpdateCheckTime:
+        return u"SULastCheckTime"_s;
     }
     Q_UNREACHABLE();
     return {};
@@ -114,6 +119,32 @@ void Preferences::removeAvailableUpdateVersion()
 bool Preferences::renderImages() const
 {
     return m_settings->value(keyName(Key::renderImages), false).toBool();
+}
+
+std::optional<QString> Preferences::skippedVersion() const
+{
+    return text(Key::skippedVersion);
+}
+
+void Preferences::setSkippedVersion(const QString &version)
+{
+    setText(Key::skippedVersion, version);
+}
+
+std::optional<QDateTime> Preferences::lastUpdateCheckTime() const
+{
+    const std::optional<QString> stored = text(Key::lastUpdateCheckTime);
+    if (!stored)
+        return std::nullopt;
+    const QDateTime time = QDateTime::fromString(*stored, Qt::ISODate);
+    if (!time.isValid())
+        return std::nullopt;
+    return time.toUTC();
+}
+
+void Preferences::setLastUpdateCheckTime(const QDateTime &time)
+{
+    setText(Key::lastUpdateCheckTime, time.toUTC().toString(Qt::ISODate));
 }
 
 void Preferences::checkBuildChange(const BuildInfo &build, WidgetReloader &widgets)

@@ -2,6 +2,7 @@
 
 #include "GlucoseUnit.h"
 
+#include <QDateTime>
 #include <QObject>
 #include <QSettings>
 #include <QString>
@@ -28,6 +29,8 @@ public:
         lastLaunchedBuild,
         availableUpdateVersion,
         renderImages,
+        skippedVersion,
+        lastUpdateCheckTime,
     };
     Q_ENUM(Key)
 
@@ -55,6 +58,15 @@ public:
 
     // Set from outside the program only.
     bool renderImages() const;
+
+    // The build version the user chose to skip; scheduled update checks stay silent about it.
+    std::optional<QString> skippedVersion() const;
+    void setSkippedVersion(const QString &version);
+
+    // When the updater last checked, to the second; ISO 8601 text in UTC, so a hand edit reads plainly.
+    // Unreadable text reads as never.
+    std::optional<QDateTime> lastUpdateCheckTime() const;
+    void setLastUpdateCheckTime(const QDateTime &time);
 
     // A launch of a build other than the last one (or the very first launch) wakes the widgets, which
     // may still show what the previous copy of the program wrote.

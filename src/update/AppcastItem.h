@@ -8,6 +8,8 @@
 #include <QStringView>
 #include <QUrl>
 
+#include <optional>
+
 namespace glinta {
 
 // One release offered by the update feed (an RSS appcast in the update framework's format).
@@ -37,6 +39,9 @@ public:
 private:
     QString m_problem;
 };
+
+// Far above any real feed; a larger one is refused rather than read into memory.
+inline constexpr qsizetype maximumAppcastSize = 4 * 1024 * 1024;
 
 // The items in feed order. Throws AppcastError.
 QList<AppcastItem> parseAppcast(const QByteArray &feed);

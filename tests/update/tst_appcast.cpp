@@ -1,0 +1,172 @@
+#include "AppcastItem.h"
+
+#include <QFile>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using namespace glinta;
+
+namespace glinta {
+
+char *toString(const AppcastItem &item)
+{
+    return qstrdup(qUtf8Printable(u"{%1 | %2 | %3 | %4 | %5 | %6}"_s.arg(
+        item.title, item.version, item.displayVersionString, item.downloadPage.toString(), item.releaseNotes,
+        item.releaseNotesLink.toString())));
+}
+
+} // namespace glinta
+
+namespace {
+
+QByteArray fixture(const QString &name)
+{
+    QFile file(QStringLiteral(GLINTA_TEST_DATA_DIR) + u'/' + name);
+    if (!file.open(QIODevice::ReadOnly))
+        qFatal("missing fixture %s", qPrintable(name));
+    return file.readAll();
+}
+
+QByteArray feedWithItems(const QByteArray &items)
+{
+    return "<rss xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\"><channel>" + items +
+           "</channel></rss>";
+}
+
+} // namespace
+
+class TestAppcast : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void parsesFeed()
+    {
+        const QList<AppcastItem> items = parseAppcast(fixture(u"appcast.xml"_s));
+
+        const QList<AppcastItem> expected{
+            {u"Glinta 1.3.4"_s, u"1.3.4"_s, u"1.3.4"_s, QUrl(u"https://glinta.example.com/download/1.3.4"_s),
+             u"<ul><li>Update alerts no longer open behind other windows.</li></ul>"_s, QUrl()},
+            // Versions from the enclosure, no link of its own, an atom:link that is not the item's link.
+            {u"Glinta 1.3.6"_s, u"1.3.6"_s, u"1.3.6 (spring)"_s,
+             QUrl(u"https://glinta.example.com/files/Glinta-1.3.6.zip"_s), QString(),
+             QUrl(u"https://glinta.example.com/notes/1.3.6.html"_s)},
+            // The element outranks the enclosure's attribute; the build number stands in for the short one.
+            {u"Glinta 1.3.5"_s, u"1.3.5"_s, u"1.3.5"_s, QUrl(u"https://glinta.example.com/download/1.3.5"_s),
+             u"Chart fixes."_s, QUrl()},
+        };
+        QCOMPARE(items, expected);
+    }
+
+    void rejectsWhatIsNoAppcast_data()
+    {
+        QTest::addColumn<QByteArray>("feed");
+        QTest::addColumn<QString>("description"); // ends in "…": a prefix
+
+        const QString invalid = u"The update feed is not a valid appcast: "_s;
+        QTest::newRow("empty") << QByteArray(" \n") << invalid + u"it is empty."_s;
+        QTest::newRow("tags mismatched")
+            << QByteArray("<rss><channel><item></channel></rss>")
+            << invalid + u"it is not well-formed XML (line 1, column 30: Opening and ending tag mismatch)."_s;
+        QTest::newRow("cut short") << feedWithItems("<item><title>Glinta").left(90)
+                                   << invalid + u"it is not well-formed XML (line 1, column…"_s;
+        QTest::newRow("garbage after the feed")
+            << feedWithItems({}) + "<rss/>" << invalid + u"it is not well-formed XML (line 1, column…"_s;
+        QTest::newRow("plain text") << QByteArray("502 Bad Gateway")
+                                    << invalid + u"it is not well-formed XML (line 1, column…"_s;
+        QTest::newRow("web page") << fixture(u"webpage.html"_s)
+                                  << invalid + u"it is a web page, not an RSS feed."_s;
+        QTest::newRow("atom feed") << QByteArray("<feed xmlns=\"http://www.w3.org/2005/Atom\"/>")
+                                   << invalid + u"its root element is <feed>, not <rss>."_s;
+        QTest::newRow("no channel") << QByteArray("<rss version=\"2.0\"><item/></rss>")
+                                    << invalid + u"it has no channel."_s;
+        QTest::newRow("item without version")
+            << feedWithItems(
+                   "<item><sparkle:version>1.3.4</sparkle:version></item>"
+                   "<item><title>Glinta 1.3.6</title><enclosure url=\"https://x.example/g.zip\"/></item>")
+            << invalid + u"item 2 (\u201CGlinta 1.3.6\u201D) has no version."_s;
+        QTest::newRow("untitled item, blank version")
+            << feedWithItems("<item><sparkle:version> </sparkle:version></item>")
+            << invalid + u"item 1 has no version."_s;
+        QTest::newRow("over 4 MiB") << feedWithItems(QByteArray(maximumAppcastSize, ' '))
+                                    << invalid + u"it is larger than 4 MiB."_s;
+    }
+
+    void rejectsWhatIsNoAppcast()
+    {
+        QFETCH(QByteArray, feed);
+        QFETCH(QString, description);
+
+        try {
+            parseAppcast(feed);
+            QFAIL("parsed");
+        } catch (const AppcastError &error) {
+            if (description.endsWith(u'…'))
+                QVERIFY2(error.description().startsWith(description.chopped(1)),
+                         qPrintable(error.description()));
+            else
+                QCOMPARE(error.description(), description);
+        }
+    }
+
+    void comparesVersions_data()
+    {
+        QTest::addColumn<QString>("a");
+        QTest::addColumn<QString>("b");
+        QTest::addColumn<int>("order"); // of a against b
+
+        QTest::newRow("numbers, not text") << u"9"_s << u"10"_s << -1;
+        QTest::newRow("one more part") << u"1.3"_s << u"1.3.1"_s << -1;
+        QTest::newRow("equal") << u"1.3.5"_s << u"1.3.5"_s << 0;
+        QTest::newRow("patch") << u"1.3.6"_s << u"1.3.5"_s << 1;
+        QTest::newRow("major beats long minor") << u"2"_s << u"1.99"_s << 1;
+        QTest::newRow("alpha before release") << u"1.0a1"_s << u"1.0"_s << -1;
+        QTest::newRow("dash beta before release") << u"1.0-beta"_s << u"1.0"_s << -1;
+        QTest::newRow("beta 2 after beta 1") << u"1.0b2"_s << u"1.0b1"_s << 1;
+        QTest::newRow("beta before a patch") << u"1.0b1"_s << u"1.0.1"_s << -1;
+        QTest::newRow("trailing zero part") << u"1.0"_s << u"1.0.0"_s << -1;
+        QTest::newRow("leading zeros") << u"1.05"_s << u"1.5"_s << 0;
+        QTest::newRow("past 64 bits") << u"100000000000000000000"_s << u"99999999999999999999"_s << 1;
+        QTest::newRow("long, equal length")
+            << u"1.123456789012345678901"_s << u"1.123456789012345678902"_s << -1;
+        QTest::newRow("nothing before anything") << u""_s << u"1"_s << -1;
+        QTest::newRow("nothing equals nothing") << u""_s << u""_s << 0;
+    }
+
+    void comparesVersions()
+    {
+        QFETCH(QString, a);
+        QFETCH(QString, b);
+        QFETCH(int, order);
+
+        QCOMPARE(compareVersions(a, b), order);
+        QCOMPARE(compareVersions(b, a), -order);
+    }
+
+    void findsNewestUpdate_data()
+    {
+        QTest::addColumn<QString>("running");
+        QTest::addColumn<QString>("offered"); // empty: none
+
+        QTest::newRow("one behind") << u"1.3.5"_s << u"1.3.6"_s;
+        // The first newer item in feed order is 1.3.4; the newest is in the middle.
+        QTest::newRow("several behind") << u"1.3.3"_s << u"1.3.6"_s;
+        QTest::newRow("up to date") << u"1.3.6"_s << QString();
+        QTest::newRow("ahead of the feed") << u"1.4b1"_s << QString();
+        QTest::newRow("no build number") << u""_s << u"1.3.6"_s;
+    }
+
+    void findsNewestUpdate()
+    {
+        QFETCH(QString, running);
+        QFETCH(QString, offered);
+
+        const std::optional<AppcastItem> update =
+            newestUpdate(parseAppcast(fixture(u"appcast.xml"_s)), running);
+        QCOMPARE(update ? update->version : QString(), offered);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestAppcast)
+
+#include "tst_appcast.moc"

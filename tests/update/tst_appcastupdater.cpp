@@ -1,0 +1,364 @@
+#include "AppcastUpdater.h"
+#include "LogCapture.h"
+#include "ManualClock.h"
+#include "Preferences.h"
+
+#include <QFile>
+#include <QHttpServer>
+#include <QHttpServerResponse>
+#include <QNetworkAccessManager>
+#include <QSignalSpy>
+#include <QTcpServer>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+using namespace glinta;
+
+namespace {
+
+QByteArray fixture(const QString &name)
+{
+    QFile file(QStringLiteral(GLINTA_TEST_DATA_DIR) + u'/' + name);
+    if (!file.open(QIODevice::ReadOnly))
+        qFatal("missing fixture %s", qPrintable(name));
+    return file.readAll();
+}
+
+// Records what the updater shows, and holds the reply to the last update it offered.
+class RecordingDriver : public UserDriver
+{
+public:
+    struct Call
+    {
+        QString kind; // "found", "notFound", "error"
+        AppcastItem update;
+        bool userInitiated = false;
+        QString message;
+    };
+
+    void showUpdateFound(const AppcastItem &update, const UpdateState &state,
+                         std::function<void(UpdateChoice)> reply) override
+    {
+        calls.append({u"found"_s, update, state.userInitiated, {}});
+        this->reply = std::move(reply);
+    }
+    void showUpdateNotFound() override { calls.append({u"notFound"_s, {}, true, {}}); }
+    void showUpdaterError(const QString &message) override { calls.append({u"error"_s, {}, true, message}); }
+    void showCheckingForUpdates() override { ++checkingShown; }
+
+    QList<Call> calls;
+    std::function<void(UpdateChoice)> reply;
+    int checkingShown = 0;
+};
+
+} // namespace
+
+class TestAppcastUpdater : public QObject
+{
+    Q_OBJECT
+
+    QHttpServer m_server;
+    quint16 m_port = 0;
+    quint16 m_closedPort = 0;
+    QByteArray m_feed;
+    std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<Preferences> m_preferences;
+    std::unique_ptr<ManualClock> m_clock;
+    std::unique_ptr<QNetworkAccessManager> m_network;
+    RecordingDriver m_driver;
+
+    // "closed" names a port nobody listens on; anything else is a path on the test server.
+    QUrl address(const QString &where) const
+    {
+        if (where == u"closed")
+            return QUrl(u"http://127.0.0.1:%1/appcast.xml"_s.arg(m_closedPort));
+        return QUrl(u"http://127.0.0.1:%1%2"_s.arg(m_port).arg(where));
+    }
+
+    QString settingsPath() const { return m_dir->filePath(u"glinta.conf"_s); }
+    std::unique_ptr<Preferences> openPreferences() const
+    {
+        return std::make_unique<Preferences>(
+            std::make_unique<QSettings>(settingsPath(), QSettings::IniFormat));
+    }
+    // What the file holds under the update framework's own key.
+    QVariant stored(const QString &key) const
+    {
+        return QSettings(settingsPath(), QSettings::IniFormat).value(key);
+    }
+
+    std::unique_ptr<AppcastUpdater> makeUpdater(const QUrl &feed, const QString &running = u"1.3.5"_s)
+    {
+        return std::make_unique<AppcastUpdater>(m_network.get(), feed,
+                                                BuildInfo{running, running, feed.toString()},
+                                                m_preferences.get(), m_clock.get(), &m_driver);
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        m_server.route(u"/appcast.xml"_s,
+                       [this] { return QHttpServerResponse("application/rss+xml", m_feed); });
+        m_server.route(u"/moved"_s, [] {
+            QHttpServerResponse response(QHttpServerResponse::StatusCode::Found);
+            response.setHeader("Location", "/appcast.xml");
+            return response;
+        });
+        m_port = m_server.listen(QHostAddress::LocalHost);
+        QVERIFY(m_port != 0);
+
+        QTcpServer closed;
+        QVERIFY(closed.listen(QHostAddress::LocalHost));
+        m_closedPort = closed.serverPort();
+    }
+
+    void init()
+    {
+        m_feed = fixture(u"appcast.xml"_s);
+        m_dir = std::make_unique<QTemporaryDir>();
+        m_preferences = openPreferences();
+        m_clock = std::make_unique<ManualClock>(ManualClock::Mode::manual);
+        m_network = std::make_unique<QNetworkAccessManager>();
+        m_driver = RecordingDriver();
+    }
+
+    void userCheck_data()
+    {
+        QTest::addColumn<QString>("where");
+        QTest::addColumn<QByteArray>("feed"); // null: the fixture
+        QTest::addColumn<QString>("running");
+        QTest::addColumn<QString>("shown");
+        QTest::addColumn<QString>("message"); // ends in "…": a prefix
+
+        const QString failed = u"Glinta could not check for updates: "_s;
+        QTest::newRow("newer offered")
+            << u"/appcast.xml"_s << QByteArray() << u"1.3.5"_s << u"found"_s << QString();
+        QTest::newRow("through a redirect")
+            << u"/moved"_s << QByteArray() << u"1.3.5"_s << u"found"_s << QString();
+        QTest::newRow("nothing newer")
+            << u"/appcast.xml"_s << QByteArray() << u"1.3.6"_s << u"notFound"_s << QString();
+        QTest::newRow("unreachable") << u"closed"_s << QByteArray() << u"1.3.5"_s << u"error"_s
+                                     << failed +
+                                            u"the update server could not be reached (Connection refused)."_s;
+        QTest::newRow("not found") << u"/gone.xml"_s << QByteArray() << u"1.3.5"_s << u"error"_s
+                                   << failed + u"the update server answered with HTTP status 404."_s;
+        QTest::newRow("malformed feed")
+            << u"/appcast.xml"_s << QByteArray("<rss><channel>") << u"1.3.5"_s << u"error"_s
+            << failed + u"the update feed is not a valid appcast: it is not well-formed XML (line 1…"_s;
+        QTest::newRow("web page")
+            << u"/appcast.xml"_s << fixture(u"webpage.html"_s) << u"1.3.5"_s << u"error"_s
+            << failed + u"the update feed is not a valid appcast: it is a web page, not an RSS feed."_s;
+    }
+
+    void userCheck()
+    {
+        QFETCH(QString, where);
+        QFETCH(QByteArray, feed);
+        QFETCH(QString, running);
+        QFETCH(QString, shown);
+        QFETCH(QString, message);
+
+        if (!feed.isNull())
+            m_feed = feed;
+        auto updater = makeUpdater(address(where), running);
+        QSignalSpy canCheckChanged(updater.get(), &Updater::canCheckForUpdatesChanged);
+        QVERIFY(updater->canCheckForUpdates());
+
+        updater->checkForUpdates();
+        QCOMPARE(m_driver.checkingShown, 1);
+        QVERIFY(!updater->canCheckForUpdates());
+        updater->checkForUpdates(); // ignored while one runs
+        QCOMPARE(m_driver.checkingShown, 1);
+
+        QTRY_COMPARE(m_driver.calls.size(), 1);
+        const RecordingDriver::Call call = m_driver.calls.first();
+        QCOMPARE(call.kind, shown);
+        QCOMPARE(stored(u"SULastCheckTime"_s), QVariant(u"2024-01-15T10:00:00Z"_s));
+        if (message.endsWith(u'…'))
+            QVERIFY2(call.message.startsWith(message.chopped(1)), qPrintable(call.message));
+        else
+            QCOMPARE(call.message, message);
+
+        if (shown == u"found") {
+            QCOMPARE(call.update.version, u"1.3.6"_s);
+            QVERIFY(call.userInitiated);
+            // Busy until the user answers.
+            QVERIFY(!updater->canCheckForUpdates());
+            QCOMPARE(canCheckChanged.size(), 1);
+            m_driver.reply(UpdateChoice::remindLater);
+        }
+        QVERIFY(updater->canCheckForUpdates());
+        QCOMPARE(canCheckChanged.size(), 2);
+    }
+
+    void userChoice_data()
+    {
+        QTest::addColumn<UpdateChoice>("choice");
+        QTest::addColumn<bool>("opensPage");
+        QTest::addColumn<QString>("skipped");
+
+        QTest::newRow("install") << UpdateChoice::install << true << QString();
+        QTest::newRow("skip") << UpdateChoice::skip << false << u"1.3.6"_s;
+        QTest::newRow("remind later") << UpdateChoice::remindLater << false << QString();
+    }
+
+    void userChoice()
+    {
+        QFETCH(UpdateChoice, choice);
+        QFETCH(bool, opensPage);
+        QFETCH(QString, skipped);
+
+        auto updater = makeUpdater(address(u"/appcast.xml"_s));
+        QSignalSpy install(updater.get(), &AppcastUpdater::installRequested);
+        updater->checkForUpdates();
+        QTRY_COMPARE(m_driver.calls.size(), 1);
+
+        m_driver.reply(choice);
+        m_driver.reply(UpdateChoice::install); // a second answer is ignored
+        QCOMPARE(install.size(), opensPage ? 1 : 0);
+        if (opensPage)
+            QCOMPARE(install.first().first().toUrl(),
+                     QUrl(u"https://glinta.example.com/files/Glinta-1.3.6.zip"_s));
+        QCOMPARE(stored(u"SUSkippedVersion"_s).toString(), skipped);
+    }
+
+    void firstScheduledCheck_data()
+    {
+        QTest::addColumn<QString>(
+            "lastCheck"); // as stored; null: never. The clock reads 2024-01-15 10:00 UTC.
+        QTest::addColumn<std::chrono::milliseconds>("firstDelay");
+
+        QTest::newRow("never checked") << QString() << std::chrono::milliseconds(1min);
+        QTest::newRow("two hours ago") << u"2024-01-15T08:00:00Z"_s << std::chrono::milliseconds(22h);
+        QTest::newRow("two hours ago, with an offset")
+            << u"2024-01-15T09:00:00+01:00"_s << std::chrono::milliseconds(22h);
+        QTest::newRow("half a minute short of a day")
+            << u"2024-01-14T10:00:30Z"_s << std::chrono::milliseconds(1min);
+        QTest::newRow("two days ago") << u"2024-01-13T10:00:00Z"_s << std::chrono::milliseconds(1min);
+        QTest::newRow("in the future") << u"2024-01-15T13:00:00Z"_s << std::chrono::milliseconds(1min);
+        QTest::newRow("unreadable") << u"yesterday"_s << std::chrono::milliseconds(1min);
+    }
+
+    void firstScheduledCheck()
+    {
+        QFETCH(QString, lastCheck);
+        QFETCH(std::chrono::milliseconds, firstDelay);
+
+        if (!lastCheck.isNull()) {
+            m_preferences.reset();
+            QSettings(settingsPath(), QSettings::IniFormat).setValue(u"SULastCheckTime"_s, lastCheck);
+            m_preferences = openPreferences();
+        }
+        auto updater = makeUpdater(address(u"/appcast.xml"_s));
+        updater->start();
+        updater->start();
+        QCOMPARE(m_clock->sleepDurations(), (QList<std::chrono::milliseconds>{firstDelay}));
+    }
+
+    void scheduledCheck_data()
+    {
+        QTest::addColumn<QString>("where");
+        QTest::addColumn<QString>("skipped");
+        QTest::addColumn<bool>("offered");
+
+        QTest::newRow("update") << u"/appcast.xml"_s << QString() << true;
+        QTest::newRow("older version skipped") << u"/appcast.xml"_s << u"1.3.5"_s << true;
+        QTest::newRow("this version skipped") << u"/appcast.xml"_s << u"1.3.6"_s << false;
+        QTest::newRow("unreachable") << u"closed"_s << QString() << false;
+        QTest::newRow("not found") << u"/gone.xml"_s << QString() << false;
+    }
+
+    void scheduledCheck()
+    {
+        QFETCH(QString, where);
+        QFETCH(QString, skipped);
+        QFETCH(bool, offered);
+
+        if (!skipped.isEmpty())
+            m_preferences->setSkippedVersion(skipped);
+        LogCapture log;
+        auto updater = makeUpdater(address(where));
+        updater->start();
+
+        for (int day = 0; day < 2; ++day) {
+            m_clock->advance(day == 0 ? std::chrono::milliseconds(1min) : std::chrono::milliseconds(24h));
+            QTRY_COMPARE(m_preferences->lastUpdateCheckTime().value_or(QDateTime()), m_clock->now());
+            QTRY_VERIFY(updater->canCheckForUpdates() != offered);
+            QCOMPARE(m_driver.checkingShown, 0);
+            if (offered) {
+                QCOMPARE(m_driver.calls.size(), day + 1);
+                QCOMPARE(m_driver.calls.last().update.version, u"1.3.6"_s);
+                QVERIFY(!m_driver.calls.last().userInitiated);
+                m_driver.reply(UpdateChoice::remindLater);
+            } else {
+                QVERIFY(m_driver.calls.isEmpty());
+            }
+        }
+
+        // A failure the user did not ask about is only logged.
+        const auto warnings = log.inCategory(u"com.nordvik.glinta.Updates"_s);
+        const bool warned = std::any_of(warnings.cbegin(), warnings.cend(), [](const auto &entry) {
+            return entry.type == QtWarningMsg &&
+                   entry.message.startsWith(u"Update check failed: The update server"_s);
+        });
+        QCOMPARE(warned, where != u"/appcast.xml");
+
+        // Asking shows even the version the daily check keeps quiet about.
+        if (where == u"/appcast.xml") {
+            m_driver.calls.clear();
+            updater->checkForUpdates();
+            QTRY_COMPARE(m_driver.calls.size(), 1);
+            QCOMPARE(m_driver.calls.first().update.version, u"1.3.6"_s);
+            QVERIFY(m_driver.calls.first().userInitiated);
+        }
+    }
+
+    void noFeed_data()
+    {
+        QTest::addColumn<QUrl>("feed");
+
+        QTest::newRow("empty") << QUrl();
+        QTest::newRow("not the web") << QUrl(u"ftp://127.0.0.1/appcast.xml"_s);
+        QTest::newRow("no host") << QUrl(u"https:///appcast.xml"_s);
+    }
+
+    void noFeed()
+    {
+        QFETCH(QUrl, feed);
+
+        auto updater = makeUpdater(feed);
+        QVERIFY(!updater->canCheckForUpdates());
+        updater->checkForUpdates();
+        updater->start();
+        QTest::qWait(50);
+        QCOMPARE(m_driver.checkingShown, 0);
+        QVERIFY(m_driver.calls.isEmpty());
+        QCOMPARE(m_clock->sleepCount(), 0);
+    }
+
+    // Destroyed during a check, or before the user answers: nothing is shown or written afterwards.
+    void destroyedMidway()
+    {
+        auto updater = makeUpdater(address(u"/appcast.xml"_s));
+        updater->start();
+        updater->checkForUpdates();
+        updater.reset();
+        QTest::qWait(200);
+        QVERIFY(m_driver.calls.isEmpty());
+        QVERIFY(!m_preferences->lastUpdateCheckTime());
+        QCOMPARE(m_clock->pendingSleeps(), 0);
+
+        updater = makeUpdater(address(u"/appcast.xml"_s));
+        updater->checkForUpdates();
+        QTRY_COMPARE(m_driver.calls.size(), 1);
+        updater.reset();
+        m_driver.reply(UpdateChoice::skip);
+        QVERIFY(!m_preferences->skippedVersion());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestAppcastUpdater)
+
+#include "tst_appcastupdater.moc"
