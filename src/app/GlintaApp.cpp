@@ -1,26 +1,42 @@
 #include "GlintaApp.h"
 
 #include "AboutView.h"
+#include "AppcastUpdater.h"
 #include "Clock.h"
 #include "GlucosePanelView.h"
 #include "GlucoseStore.h"
 #include "KeychainStore.h"
 #include "LibreLinkUpClient.h"
 #include "Logging.h"
+#include "LoginItem.h"
 #include "LoginView.h"
 #include "MenuBarLabel.h"
 #include "Preferences.h"
+#include "SettingsView.h"
 #include "SharedSnapshotStore.h"
+#include "StandardUserDriver.h"
 #include "StatusItem.h"
+#include "UpdateWatcher.h"
+#include "WhatsNewView.h"
 #include "WidgetReloader.h"
 #include "WindowRegistry.h"
+
+#include <QDesktopServices>
 
 #ifdef GLINTA_DEV_SERVICE_ADDRESS
 #include "DecodingError.h"
 #include "ServiceAddressFile.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+namespace {
+// An address file is a few hundred bytes.
+constexpr qint64 maximumAddressFileSize = 64 * 1024;
+} // namespace
 #endif
 
 using namespace Qt::StringLiterals;
@@ -40,6 +56,15 @@ GlintaApp::Environment GlintaApp::Environment::user()
     if (QFileInfo::exists(path)) {
         try {
             environment.endpoints = readServiceAddressFile(path);
+            // The same file may name a feed, so a session can see the update path end to end.
+            QFile file(path);
+            if (file.open(QIODevice::ReadOnly)) {
+                const QJsonValue feed = QJsonDocument::fromJson(file.read(maximumAddressFileSize))
+                                            .object()
+                                            .value("updateFeedURL"_L1);
+                if (feed.isString())
+                    environment.build.updateFeedUrl = feed.toString();
+            }
             qCInfo(lcApp, "Development build: using the service address file in the configuration directory");
         } catch (const Error &error) {
             // Never fall back to the real service in a setup that meant a simulated one.
@@ -64,15 +89,30 @@ GlintaApp::GlintaApp(Environment environment, QObject *parent) : QObject(parent)
         GlucoseStore::Services{m_client.get(), m_keychain.get(), m_snapshots.get(), m_preferences.get(),
                                m_widgets.get(), m_clock.get(), environment.build});
 
+    m_updateWatcher = std::make_unique<UpdateWatcher>(m_preferences.get());
+    m_userDriver =
+        std::make_unique<StandardUserDriver>(m_updateWatcher.get(), environment.build.shortVersion);
+    m_updater =
+        std::make_unique<AppcastUpdater>(&m_network, QUrl(environment.build.updateFeedUrl), environment.build,
+                                         m_preferences.get(), m_clock.get(), m_userDriver.get());
+    connect(m_updater.get(), &AppcastUpdater::installRequested, this,
+            [](const QUrl &downloadPage) { QDesktopServices::openUrl(downloadPage); });
+    m_loginItem = std::make_unique<LoginItem>();
+
     m_windows = std::make_unique<WindowRegistry>();
     GlucoseStore *store = m_store.get();
     WindowRegistry *windows = m_windows.get();
     m_windows->declare(u"login"_s, u"Sign In to Glinta"_s,
                        [store, windows] { return new LoginView(store, windows); });
+    m_windows->declare(u"settings"_s, u"Glinta Settings"_s, [store, windows, loginItem = m_loginItem.get()] {
+        return new SettingsView(store, loginItem, windows);
+    });
+    m_windows->declare(u"whats-new"_s, u"What's New in Glinta"_s,
+                       [version = environment.build.shortVersion] { return new WhatsNewView(version); });
     m_windows->declare(u"about"_s, u"About Glinta"_s,
                        [build = environment.build] { return new AboutView(build); });
 
-    auto *panel = new GlucosePanelView(store, m_preferences.get(), nullptr, false, windows);
+    auto *panel = new GlucosePanelView(store, m_preferences.get(), m_updater.get(), false, windows);
     connect(panel, &GlucosePanelView::quitRequested, this, &GlintaApp::quitRequested);
     m_label = std::make_unique<MenuBarLabel>(store, m_preferences.get());
     m_statusItem = std::make_unique<StatusItem>(m_label.get(), panel);
@@ -90,11 +130,13 @@ GlintaApp::~GlintaApp()
     m_statusItem.reset();
     m_label.reset();
     m_windows.reset();
+    m_updater.reset();
 }
 
 void GlintaApp::start()
 {
     m_store->start();
+    m_updater->start();
     m_statusItem->show();
 }
 

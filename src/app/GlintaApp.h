@@ -11,15 +11,19 @@
 
 namespace glinta {
 
+class AppcastUpdater;
 class Clock;
 class GlucosePanelView;
 class GlucoseStore;
 class KeychainStore;
 class LibreLinkUpClient;
+class LoginItem;
 class MenuBarLabel;
 class Preferences;
 class SharedSnapshotStore;
+class StandardUserDriver;
 class StatusItem;
+class UpdateWatcher;
 class WidgetReloader;
 class WindowRegistry;
 
@@ -46,12 +50,14 @@ public:
     explicit GlintaApp(Environment environment, QObject *parent = nullptr);
     ~GlintaApp() override;
 
-    // Shows the status item and starts the store: the first refresh runs at once when an e-mail is saved.
+    // Starts the store (the first refresh runs at once when an e-mail is saved) and the update schedule, and
+    // shows the status item.
     void start();
 
     GlucoseStore *store() const { return m_store.get(); }
     StatusItem *statusItem() const { return m_statusItem.get(); }
     WindowRegistry *windows() const { return m_windows.get(); }
+    AppcastUpdater *updater() const { return m_updater.get(); }
 
 Q_SIGNALS:
     void quitRequested();
@@ -65,6 +71,10 @@ private:
     std::unique_ptr<WidgetReloader> m_widgets;
     std::unique_ptr<Clock> m_clock;
     std::unique_ptr<GlucoseStore> m_store;
+    std::unique_ptr<UpdateWatcher> m_updateWatcher;
+    std::unique_ptr<StandardUserDriver> m_userDriver;
+    std::unique_ptr<AppcastUpdater> m_updater;
+    std::unique_ptr<LoginItem> m_loginItem;
     std::unique_ptr<WindowRegistry> m_windows;
     std::unique_ptr<MenuBarLabel> m_label;
     std::unique_ptr<StatusItem> m_statusItem;

@@ -19,13 +19,22 @@ namespace {
 
 // Wayland gives a client no say over where a popup goes, so Glinta runs on X (XWayland there). Returns
 // false when there is no display at all.
-bool choosePlatform()
+bool choosePlatform(int argc, char *argv[])
 {
     if (qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
         return true;
+    // Help and version need no display.
+    for (int i = 1; i < argc; ++i) {
+        const QByteArrayView argument(argv[i]);
+        if (argument == "-h" || argument == "--help" || argument == "--help-all" || argument == "-v" ||
+            argument == "--version") {
+            qputenv("QT_QPA_PLATFORM", "offscreen");
+            return true;
+        }
+    }
     if (qEnvironmentVariableIsEmpty("DISPLAY")) {
         std::fputs("glinta: no X display is available (DISPLAY is not set). Glinta lives in the system "
-                   "tray of a graphical desktop; ./run.sh --demo shows it on a virtual display.\n",
+                   "tray of a graphical desktop, so it needs one to run.\n",
                    stderr);
         return false;
     }
@@ -37,7 +46,7 @@ bool choosePlatform()
 
 int main(int argc, char *argv[])
 {
-    if (!choosePlatform())
+    if (!choosePlatform(argc, argv))
         return 1;
 
     QApplication app(argc, argv);

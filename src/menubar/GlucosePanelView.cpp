@@ -3,6 +3,7 @@
 #include "DashboardView.h"
 #include "GlucoseStore.h"
 #include "SignInPromptView.h"
+#include "UpdateBannerView.h"
 
 #include <QVBoxLayout>
 
@@ -10,13 +11,14 @@ namespace glinta {
 
 GlucosePanelView::GlucosePanelView(GlucoseStore *store, Preferences *preferences, Updater *updater,
                                    bool rendersForImage, WindowRegistry *windows, QWidget *parent)
-    : QWidget(parent), m_store(store), m_preferences(preferences), m_updater(updater),
-      m_rendersForImage(rendersForImage), m_windows(windows), m_layout(new QVBoxLayout(this))
+    : QWidget(parent), m_store(store), m_updater(updater), m_rendersForImage(rendersForImage),
+      m_windows(windows), m_layout(new QVBoxLayout(this))
 {
     setFixedWidth(panelWidth);
     m_layout->setContentsMargins(14, 14, 14, 14);
     m_layout->setSpacing(10);
-    // The update row will go first, above the content; the preferences are kept for it.
+    // The update row first; it takes no space while no update waits.
+    m_layout->addWidget(new UpdateBannerView(updater, preferences, this));
 
     connect(store, &GlucoseStore::savedEmailChanged, this, &GlucosePanelView::chooseContent);
     connect(store, &GlucoseStore::statusChanged, this, &GlucosePanelView::chooseContent);

@@ -35,7 +35,6 @@ private:
     void chooseContent();
 
     GlucoseStore *m_store;
-    Preferences *m_preferences;
     Updater *m_updater;
     bool m_rendersForImage;
     WindowRegistry *m_windows;
