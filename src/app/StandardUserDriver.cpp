@@ -89,17 +89,8 @@ void StandardUserDriver::present()
 {
     UpdateWindow *window = m_window.get();
     window->adjustSize();
-    if (!window->isVisible()) {
-        // Centred on the screen the user is working on, like the application's other windows.
-        const QScreen *screen = QGuiApplication::screenAt(QCursor::pos());
-        if (!screen)
-            screen = QGuiApplication::primaryScreen();
-        if (screen) {
-            QRect frame(QPoint(), window->size());
-            frame.moveCenter(screen->availableGeometry().center());
-            window->move(frame.topLeft());
-        }
-    }
+    if (!window->isVisible())
+        centreOnScreen(window);
     activateWindow(window);
 }
 

@@ -2,6 +2,7 @@
 
 #include "Logging.h"
 #include "TrayIconPainter.h"
+#include "WindowRegistry.h"
 
 #include <QApplication>
 #include <QCursor>
@@ -132,23 +133,11 @@ void StatusItem::togglePanel()
 void StatusItem::showPanel()
 {
     m_window->layout()->activate();
-    if (m_fallback) {
-        if (!m_window->isVisible()) {
-            const QScreen *screen = QGuiApplication::primaryScreen();
-            QRect frame(QPoint(), m_window->size());
-            if (screen)
-                frame.moveCenter(screen->availableGeometry().center());
-            m_window->move(frame.topLeft());
-        }
-        m_window->show();
-        m_window->raise();
-        m_window->activateWindow();
-        return;
-    }
-    placePopup();
-    m_window->show();
-    m_window->raise();
-    m_window->activateWindow();
+    if (!m_fallback)
+        placePopup();
+    else if (!m_window->isVisible())
+        centreOnScreen(m_window);
+    activateWindow(m_window);
 }
 
 // Under the icon when the tray says where it is (XEmbed usually does, StatusNotifierItem never), else at

@@ -2,18 +2,12 @@
 
 #include "ClientError.h"
 #include "DecodingError.h"
+#include "GuardedTransfer.h"
 #include "Logging.h"
 #include "TransportError.h"
 
 #include <QCryptographicHash>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QSslConfiguration>
-#include <QSslError>
-
-#include <qcoro/qcoronetworkreply.h>
-
-#include <memory>
 
 using namespace Qt::StringLiterals;
 
@@ -21,22 +15,9 @@ namespace glinta {
 
 namespace {
 
-struct DeleteLater
-{
-    void operator()(QObject *object) const { object->deleteLater(); }
-};
-
 QString hostForLog(const QUrl &url)
 {
     return url.host().isEmpty() ? u"?"_s : url.host();
-}
-
-// Errors Qt raises for an HTTP status it did receive; those are judged by the status, not here.
-bool isHttpStatusError(QNetworkReply::NetworkError error)
-{
-    return (error >= QNetworkReply::ContentAccessDenied && error <= QNetworkReply::UnknownContentError) ||
-           error == QNetworkReply::ProtocolInvalidOperationError ||
-           (error >= QNetworkReply::InternalServerError && error <= QNetworkReply::UnknownServerError);
 }
 
 } // namespace
@@ -89,80 +70,38 @@ QNetworkRequest LibreLinkUpClient::makeRequest(const QUrl &url, const Session *s
 QCoro::Task<QByteArray> LibreLinkUpClient::transfer(QNetworkRequest request, QByteArray body,
                                                     CancellationToken cancel) const
 {
-    cancel.throwIfCancelled();
-    if (!m_network)
-        throw CancelledError();
+    const QUrl url = request.url();
+    const TransferOutcome outcome =
+        co_await guardedTransfer(m_network, std::move(request), std::move(body), maximumResponseSize, cancel);
 
-    QNetworkReply *raw = body.isNull() ? m_network->get(request) : m_network->post(request, body);
-    const std::unique_ptr<QNetworkReply, DeleteLater> reply(raw);
-
-    // Qt reports a transfer time-out and abort() alike, so remember why we aborted.
-    enum class Abort
-    {
-        none,
-        cancelled,
-        tooLarge,
-    };
-    Abort aborted = Abort::none;
-    // Deferred, so that the coroutine never resumes inside a signal emission or inside cancel().
-    const auto abortLater = [raw, &aborted](Abort reason) {
-        if (aborted != Abort::none)
-            return;
-        aborted = reason;
-        QMetaObject::invokeMethod(raw, &QNetworkReply::abort, Qt::QueuedConnection);
-    };
-    const auto limitSize = [&abortLater](qint64 size) {
-        if (size > maximumResponseSize)
-            abortLater(Abort::tooLarge);
-    };
-    QStringList tlsProblems;
-
-    const auto registration = cancel.onCancel([&abortLater] { abortLater(Abort::cancelled); });
-    QObject::connect(raw, &QNetworkReply::metaDataChanged, raw, [raw, &limitSize] {
-        limitSize(raw->header(QNetworkRequest::ContentLengthHeader).toLongLong());
-    });
-    QObject::connect(raw, &QNetworkReply::downloadProgress, raw,
-                     [&limitSize](qint64 received, qint64) { limitSize(received); });
-    QObject::connect(raw, &QNetworkReply::sslErrors, raw, [&tlsProblems](const QList<QSslError> &errors) {
-        for (const QSslError &error : errors)
-            tlsProblems.append(error.errorString());
-    });
-
-    co_await raw;
-    QObject::disconnect(raw, nullptr, nullptr, nullptr);
-    cancel.throwIfCancelled();
-
-    switch (raw->error()) {
+    switch (outcome.error) {
     case QNetworkReply::NoError:
         break;
     case QNetworkReply::OperationCanceledError:
-        if (aborted == Abort::tooLarge)
+        if (outcome.tooLarge)
             throw DecodingError::tooLarge(u"response"_s, u"16 MiB"_s);
         throw TransportError::timedOut();
     default:
-        if (!isHttpStatusError(raw->error()) ||
-            !raw->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid())
-            throw TransportError::fromReply(raw->error(), tlsProblems.join(u"; "_s));
+        if (!isHttpStatusError(outcome.error) || !outcome.httpStatus)
+            throw TransportError::fromReply(outcome.error, outcome.tlsProblems.join(u"; "_s));
         break;
     }
 
-    const QVariant statusAttribute = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-    if (!statusAttribute.isValid())
+    if (!outcome.httpStatus)
         throw ClientError(ClientError::Kind::malformedResponse);
-    const int status = statusAttribute.toInt();
+    const int status = *outcome.httpStatus;
     if (status == 429 || status == 430)
         throw ClientError(ClientError::Kind::rateLimited);
     if (status == 401)
         throw ClientError(ClientError::Kind::notAuthenticated);
     if (status < 200 || status > 299) {
-        qCCritical(lcLibreLinkUpClient, "HTTP %d from %s", status, qUtf8Printable(hostForLog(request.url())));
+        qCCritical(lcLibreLinkUpClient, "HTTP %d from %s", status, qUtf8Printable(hostForLog(url)));
         throw ClientError::httpError(status);
     }
 
-    // The whole body arrived before a deferred abort could stop it.
-    if (aborted == Abort::tooLarge || raw->bytesAvailable() > maximumResponseSize)
+    if (outcome.tooLarge)
         throw DecodingError::tooLarge(u"response"_s, u"16 MiB"_s);
-    co_return raw->readAll();
+    co_return outcome.body;
 }
 
 template <typename T>

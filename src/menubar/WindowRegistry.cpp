@@ -43,14 +43,7 @@ QWidget *WindowRegistry::open(const QString &identifier)
     connect(escape, &QShortcut::activated, window, &QWidget::close);
     layout->activate();
 
-    const QScreen *screen = QGuiApplication::screenAt(QCursor::pos());
-    if (!screen)
-        screen = QGuiApplication::primaryScreen();
-    if (screen) {
-        QRect frame(QPoint(), window->size());
-        frame.moveCenter(screen->availableGeometry().center());
-        window->move(frame.topLeft());
-    }
+    centreOnScreen(window);
 
     m_windows.insert(identifier, window);
     activateWindow(window);
@@ -67,6 +60,18 @@ void WindowRegistry::dismiss(const QString &identifier)
 QWidget *WindowRegistry::window(const QString &identifier) const
 {
     return m_windows.value(identifier).data();
+}
+
+void centreOnScreen(QWidget *window)
+{
+    const QScreen *screen = QGuiApplication::screenAt(QCursor::pos());
+    if (!screen)
+        screen = QGuiApplication::primaryScreen();
+    if (!screen)
+        return;
+    QRect frame(QPoint(), window->size());
+    frame.moveCenter(screen->availableGeometry().center());
+    window->move(frame.topLeft());
 }
 
 void activateWindow(QWidget *window)

@@ -49,4 +49,7 @@ private:
 // Brings a window to the front, even when another application is active.
 void activateWindow(QWidget *window);
 
+// Places a window at the centre of the screen the user is working on (where the pointer is).
+void centreOnScreen(QWidget *window);
+
 } // namespace glinta

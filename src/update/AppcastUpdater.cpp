@@ -1,14 +1,9 @@
 #include "AppcastUpdater.h"
 
 #include "Clock.h"
+#include "GuardedTransfer.h"
 #include "Logging.h"
 #include "Preferences.h"
-
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
-#include <QSslError>
-
-#include <qcoro/qcoronetworkreply.h>
 
 #include <memory>
 #include <utility>
@@ -18,11 +13,6 @@ using namespace Qt::StringLiterals;
 namespace glinta {
 
 namespace {
-
-struct DeleteLater
-{
-    void operator()(QObject *object) const { object->deleteLater(); }
-};
 
 // Why a feed could not be fetched, as a sentence for people. It names the server's answer or Qt's
 // transport error, never the feed's address.
@@ -35,14 +25,6 @@ public:
 private:
     QString m_reason;
 };
-
-// Errors Qt raises for an HTTP status it did receive; those are judged by the status, not here.
-bool isHttpStatusError(QNetworkReply::NetworkError error)
-{
-    return (error >= QNetworkReply::ContentAccessDenied && error <= QNetworkReply::UnknownContentError) ||
-           error == QNetworkReply::ProtocolInvalidOperationError ||
-           (error >= QNetworkReply::InternalServerError && error <= QNetworkReply::UnknownServerError);
-}
 
 bool isUsableFeed(const QUrl &feed)
 {
@@ -173,83 +155,41 @@ QCoro::Task<void> AppcastUpdater::check(QPointer<AppcastUpdater> self, UpdateSta
 QCoro::Task<QByteArray> AppcastUpdater::fetchFeed(QNetworkAccessManager *network, QNetworkRequest request,
                                                   CancellationToken cancel)
 {
-    cancel.throwIfCancelled();
-    // Only when the application is shutting down.
-    if (!network)
-        throw CancelledError();
-
-    QNetworkReply *raw = network->get(request);
-    const std::unique_ptr<QNetworkReply, DeleteLater> reply(raw);
-
-    // Qt reports a transfer time-out and abort() alike, so remember why we aborted.
-    enum class Abort
-    {
-        none,
-        cancelled,
-        tooLarge,
-    };
-    Abort aborted = Abort::none;
-    // Deferred, so that the coroutine never resumes inside a signal emission or inside cancel().
-    const auto abortLater = [raw, &aborted](Abort reason) {
-        if (aborted != Abort::none)
-            return;
-        aborted = reason;
-        QMetaObject::invokeMethod(raw, &QNetworkReply::abort, Qt::QueuedConnection);
-    };
-    const auto limitSize = [&abortLater](qint64 size) {
-        if (size > maximumAppcastSize)
-            abortLater(Abort::tooLarge);
-    };
-    QStringList tlsProblems;
-
-    const auto registration = cancel.onCancel([&abortLater] { abortLater(Abort::cancelled); });
-    QObject::connect(raw, &QNetworkReply::metaDataChanged, raw, [raw, &limitSize] {
-        limitSize(raw->header(QNetworkRequest::ContentLengthHeader).toLongLong());
-    });
-    QObject::connect(raw, &QNetworkReply::downloadProgress, raw,
-                     [&limitSize](qint64 received, qint64) { limitSize(received); });
-    QObject::connect(raw, &QNetworkReply::sslErrors, raw, [&tlsProblems](const QList<QSslError> &errors) {
-        for (const QSslError &error : errors)
-            tlsProblems.append(error.errorString());
-    });
-
-    co_await raw;
-    QObject::disconnect(raw, nullptr, nullptr, nullptr);
-    cancel.throwIfCancelled();
+    const TransferOutcome outcome =
+        co_await guardedTransfer(network, std::move(request), QByteArray(), maximumAppcastSize, cancel);
 
     const QString tooLarge = u"The update feed is larger than 4 MiB."_s;
-    switch (raw->error()) {
+    switch (outcome.error) {
     case QNetworkReply::NoError:
         break;
     case QNetworkReply::OperationCanceledError:
-        if (aborted == Abort::tooLarge)
+        if (outcome.tooLarge)
             throw FeedError(tooLarge);
         throw FeedError(
             u"The update server did not answer within %1 seconds."_s.arg(transferTimeout.count()));
     case QNetworkReply::SslHandshakeFailedError:
-        if (tlsProblems.isEmpty())
+        if (outcome.tlsProblems.isEmpty())
             throw FeedError(u"A secure connection to the update server could not be made."_s);
         throw FeedError(u"A secure connection to the update server could not be made ("_s +
-                        tlsProblems.join(u"; "_s) + u")."_s);
+                        outcome.tlsProblems.join(u"; "_s) + u")."_s);
     case QNetworkReply::TooManyRedirectsError:
         throw FeedError(u"The update server redirected too many times."_s);
     case QNetworkReply::InsecureRedirectError:
         throw FeedError(u"The update server redirected to an insecure address."_s);
     default:
         // Qt's text for an HTTP error names the address; the status below says it without.
-        if (!isHttpStatusError(raw->error()) ||
-            !raw->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid())
-            throw FeedError(u"The update server could not be reached ("_s + raw->errorString() + u")."_s);
+        if (!isHttpStatusError(outcome.error) || !outcome.httpStatus)
+            throw FeedError(u"The update server could not be reached ("_s + outcome.errorString + u")."_s);
         break;
     }
 
-    const int status = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    // No status at all (the error said nothing either) reads as status 0, which is no success.
+    const int status = outcome.httpStatus.value_or(0);
     if (status < 200 || status > 299)
         throw FeedError(u"The update server answered with HTTP status %1."_s.arg(status));
-    // The whole body arrived before a deferred abort could stop it.
-    if (aborted == Abort::tooLarge || raw->bytesAvailable() > maximumAppcastSize)
+    if (outcome.tooLarge)
         throw FeedError(tooLarge);
-    co_return raw->readAll();
+    co_return outcome.body;
 }
 
 void AppcastUpdater::finishCheck(const UpdateState &state, const CheckResult &result)
