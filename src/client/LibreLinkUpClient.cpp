@@ -7,6 +7,7 @@
 #include "TransportError.h"
 
 #include <QCryptographicHash>
+#include <QNetworkAccessManager>
 #include <QSslConfiguration>
 
 using namespace Qt::StringLiterals;

@@ -5,6 +5,8 @@
 #include "Logging.h"
 #include "Preferences.h"
 
+#include <QNetworkAccessManager>
+
 #include <memory>
 #include <utility>
 

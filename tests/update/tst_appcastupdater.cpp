@@ -150,6 +150,8 @@ private Q_SLOTS:
         QTest::newRow("web page")
             << u"/appcast.xml"_s << fixture(u"webpage.html"_s) << u"1.3.5"_s << u"error"_s
             << failed + u"the update feed is not a valid appcast: it is a web page, not an RSS feed."_s;
+        QTest::newRow("over 4 MiB") << u"/appcast.xml"_s << QByteArray(5 * 1024 * 1024, 'x') << u"1.3.5"_s
+                                    << u"error"_s << failed + u"the update feed is larger than 4 MiB."_s;
     }
 
     void userCheck()
