@@ -19,14 +19,14 @@ QString averageText(const QList<GlucoseReading> &history, GlucoseUnit unit)
     return format(unit, sum / static_cast<double>(history.size()));
 }
 
-QString inRangeText(const QList<GlucoseReading> &history)
+QString inRangeText(const QList<GlucoseReading> &history, double lowMgPerDl, double highMgPerDl)
 {
     if (history.isEmpty())
         return u"\u2013"_s;
     qsizetype inRange = 0;
     for (const GlucoseReading &reading : history) {
         // Written so that NaN, which compares false both ways, counts as out of range.
-        if (reading.mgPerDl >= targetLowMgPerDl && reading.mgPerDl <= targetHighMgPerDl)
+        if (reading.mgPerDl >= lowMgPerDl && reading.mgPerDl <= highMgPerDl)
             ++inRange;
     }
     const double percentage = static_cast<double>(inRange) / static_cast<double>(history.size()) * 100.0;

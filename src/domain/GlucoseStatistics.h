@@ -1,5 +1,6 @@
 #pragma once
 
+#include "GlucoseConstants.h"
 #include "GlucoseReading.h"
 #include "GlucoseUnit.h"
 
@@ -11,9 +12,11 @@ namespace glinta {
 
 // Mean of the history in mg/dL, formatted in `unit`; an en dash for no readings.
 QString averageText(const QList<GlucoseReading> &history, GlucoseUnit unit);
-// Whole percentage of readings with 70 <= value <= 180, halves away from zero, as in 83%; an en dash for
-// no readings.
-QString inRangeText(const QList<GlucoseReading> &history);
+// Whole percentage of readings with low <= value <= high (the panel's fixed 70 to 180 unless told
+// otherwise; the widget passes its snapshot's own range), halves away from zero, as in 83%; an en dash
+// for no readings.
+QString inRangeText(const QList<GlucoseReading> &history, double lowMgPerDl = targetLowMgPerDl,
+                    double highMgPerDl = targetHighMgPerDl);
 QString readingCountText(const QList<GlucoseReading> &history);
 
 } // namespace glinta
