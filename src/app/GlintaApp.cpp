@@ -5,6 +5,7 @@
 #include "Clock.h"
 #include "GlucosePanelView.h"
 #include "GlucoseStore.h"
+#include "ImageExport.h"
 #include "KeychainStore.h"
 #include "LibreLinkUpClient.h"
 #include "Logging.h"
@@ -117,6 +118,9 @@ GlintaApp::GlintaApp(Environment environment, QObject *parent) : QObject(parent)
     m_label = std::make_unique<MenuBarLabel>(store, m_preferences.get());
     m_statusItem = std::make_unique<StatusItem>(m_label.get(), panel);
     connect(m_statusItem.get(), &StatusItem::fallbackWindowClosed, this, &GlintaApp::quitRequested);
+    // Queued: the export is a launch task of its own, not part of showing the item.
+    connect(m_statusItem.get(), &StatusItem::firstShown, this, &GlintaApp::runLaunchTask,
+            Qt::QueuedConnection);
     // A window opened from the panel takes the focus; the popup would only hide behind it.
     connect(m_windows.get(), &WindowRegistry::opened, this, [this] {
         if (!m_statusItem->usesFallbackWindow())
@@ -131,6 +135,11 @@ GlintaApp::~GlintaApp()
     m_label.reset();
     m_windows.reset();
     m_updater.reset();
+}
+
+void GlintaApp::runLaunchTask()
+{
+    runLaunchExport(*m_preferences, m_updater.get());
 }
 
 void GlintaApp::start()

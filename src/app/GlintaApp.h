@@ -62,6 +62,10 @@ public:
 Q_SIGNALS:
     void quitRequested();
 
+private Q_SLOTS:
+    // Once the status item is first on screen: the picture export, when the preferences ask for it.
+    void runLaunchTask();
+
 private:
     QNetworkAccessManager m_network;
     std::unique_ptr<LibreLinkUpClient> m_client;

@@ -97,6 +97,7 @@ void StatusItem::waitForTray()
 {
     if (QSystemTrayIcon::isSystemTrayAvailable()) {
         m_tray.show();
+        announceShown();
         return;
     }
     if (std::chrono::milliseconds(m_waited.elapsed()) >= m_trayWait) {
@@ -116,6 +117,15 @@ void StatusItem::showFallbackWindow()
     m_window->setFrameShape(QFrame::NoFrame);
     m_window->setWindowIcon(QApplication::windowIcon());
     showPanel();
+    announceShown();
+}
+
+void StatusItem::announceShown()
+{
+    if (m_announcedShown)
+        return;
+    m_announcedShown = true;
+    Q_EMIT firstShown();
 }
 
 void StatusItem::togglePanel()

@@ -40,6 +40,8 @@ public:
 Q_SIGNALS:
     // The fallback window was closed: with no tray, nothing else would be left of the program.
     void fallbackWindowClosed();
+    // The icon, or without a tray the fallback window, has just appeared for the first time.
+    void firstShown();
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
@@ -49,6 +51,7 @@ private:
     void waitForTray();
     void showFallbackWindow();
     void placePopup();
+    void announceShown();
 
     QPointer<MenuBarLabel> m_label;
     QSystemTrayIcon m_tray;
@@ -57,6 +60,7 @@ private:
     QElapsedTimer m_waited;
     std::chrono::milliseconds m_trayWait{0};
     bool m_fallback = false;
+    bool m_announcedShown = false;
     // When the popup last closed: a click on the icon closes it first, and must not reopen it at once.
     QElapsedTimer m_sinceHidden;
 };
