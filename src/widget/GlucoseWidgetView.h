@@ -84,6 +84,7 @@ private:
     QWidget *makeColumn(int valuePixelSize, QWidget *parent);
     QWidget *makeStatistics(QWidget *parent);
     void fill();
+    void fitValueIntoColumn();
 
     GlucoseEntry m_entry;
     std::optional<WidgetFamily> m_familyOverride;

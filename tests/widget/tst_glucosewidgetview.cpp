@@ -273,6 +273,19 @@ private Q_SLOTS:
         QCOMPARE(text(view, u"value"_s), u"100"_s);
     }
 
+    // The medium column is 100 wide: three-digit values with an arrow must still leave the unit whole.
+    void mediumKeepsTheUnitWhole()
+    {
+        GlucoseWidgetView view(
+            entry(snapshot(reading(188, false, false, TrendArrow::risingQuickly), history({188}))),
+            WidgetFamily::systemMedium);
+        view.resize(332, 138);
+        view.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&view));
+        const auto *unit = view.findChild<QLabel *>(u"unit"_s);
+        QVERIFY(unit->width() >= unit->sizeHint().width());
+    }
+
     void setEntryUpdatesInPlace()
     {
         GlucoseWidgetView view(entry(snapshot(reading(100))));
