@@ -1,5 +1,7 @@
 #include "WidgetReloadListener.h"
 
+#include "Logging.h"
+
 #include "WidgetReloader.h"
 
 #include <QDBusConnection>
@@ -10,11 +12,7 @@ using namespace Qt::StringLiterals;
 
 namespace glinta {
 
-namespace {
-
-Q_LOGGING_CATEGORY(lcWidget, "com.nordvik.glinta.Widget", QtInfoMsg)
-
-} // namespace
+namespace {} // namespace
 
 WidgetReloadListener::WidgetReloadListener(QObject *parent) : QObject(parent)
 {
