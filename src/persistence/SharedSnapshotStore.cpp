@@ -164,8 +164,10 @@ std::optional<GlucoseSnapshot> SharedSnapshotStore::read() const
         const QString path = fileURL();
         QFile file(path);
         if (!file.open(QIODevice::ReadOnly)) {
-            if (!QFileInfo::exists(path))
+            if (!QFileInfo::exists(path)) {
+                m_lastReadProblem.clear();
                 return std::nullopt;
+            }
             throw FileError(FileError::Operation::reading, file.errorString());
         }
         // One byte past the cap is enough to know the file is too large; asking read() for the cap would
@@ -174,13 +176,18 @@ std::optional<GlucoseSnapshot> SharedSnapshotStore::read() const
         const QByteArray bytes = file.size() < limit ? file.readAll() : file.read(limit);
         if (file.error() != QFileDevice::NoError)
             throw FileError(FileError::Operation::reading, file.errorString());
-        return decodeSnapshot(bytes);
+        GlucoseSnapshot snapshot = decodeSnapshot(bytes);
+        m_lastReadProblem.clear();
+        return snapshot;
     } catch (const FileError &error) {
         problem = error.description();
     } catch (const Error &error) {
         problem = u"Could not read the widget snapshot: "_s + error.description();
     }
-    qCCritical(lcGlucoseStore).noquote() << problem;
+    // A reader that looks again every minute says it once, not every minute.
+    if (problem != m_lastReadProblem)
+        qCCritical(lcGlucoseStore).noquote() << problem;
+    m_lastReadProblem = problem;
     return std::nullopt;
 }
 

@@ -78,11 +78,13 @@ public:
     // A missing file is success. Throws StoreError or FileError.
     void clear() const;
     // No file means no snapshot. A file that cannot be read or decoded also gives none, with one error
-    // line in the log: the widget then shows its signed-out state rather than stale or broken data.
+    // line in the log (not repeated while the same problem persists): the widget then shows its
+    // signed-out state rather than stale or broken data.
     std::optional<GlucoseSnapshot> read() const;
 
 private:
     QString m_containerParent;
+    mutable QString m_lastReadProblem;
 };
 
 } // namespace glinta

@@ -26,14 +26,16 @@ void TimelineProvider::start()
 
 void TimelineProvider::reload()
 {
+    m_ticksSinceRead = 0;
     publish({m_clock->now(), m_store->read()});
 }
 
 void TimelineProvider::tick()
 {
-    // With a snapshot the file changes only with a reload, so the tick just moves the entry on; without one
-    // it looks again, in case the reload came before this process was listening.
-    if (m_entry && m_entry->snapshot)
+    // With a snapshot the file changes only with a reload, so the tick just moves the entry on, reading
+    // again now and then in case a reload never arrives (no session bus); without one it looks again at
+    // once, in case the reload came before this process was listening.
+    if (m_entry && m_entry->snapshot && ++m_ticksSinceRead < ticksBetweenReads)
         publish({m_clock->now(), m_entry->snapshot});
     else
         reload();

@@ -18,14 +18,17 @@ class SharedSnapshotStore;
 
 // The widget's timeline: an entry for now at start and after every reload, then one a minute so that the
 // stale mark appears on time without new data. The snapshot file is read at start, on reload(), and at a
-// minute tick only while the last read found nothing, so a widget that came up blank looks again after a
-// minute rather than waiting for a reload that may have been sent before it started.
+// minute tick while the last read found nothing (so a widget that came up blank looks again after a minute
+// rather than waiting for a reload that may have been sent before it started), and every quarter hour
+// otherwise.
 class TimelineProvider : public QObject
 {
     Q_OBJECT
 
 public:
     static constexpr std::chrono::seconds entryInterval{60};
+    // With a snapshot shown, the file is read again every this many entries even without a reload.
+    static constexpr int ticksBetweenReads = 15;
 
     TimelineProvider(SharedSnapshotStore *store, Clock *clock, QObject *parent = nullptr);
     ~TimelineProvider() override;
@@ -49,6 +52,7 @@ private:
     SharedSnapshotStore *m_store;
     Clock *m_clock;
     std::optional<GlucoseEntry> m_entry;
+    int m_ticksSinceRead = 0;
     std::optional<CancellationToken> m_ticks;
 };
 

@@ -200,6 +200,12 @@ private Q_SLOTS:
             u"critical: Could not read the widget snapshot: The snapshot file "_s + problem));
         QVERIFY2(expected.match(log).hasMatch(), qPrintable(log));
         QCOMPARE(QFileInfo(store.fileURL()).size(), bytes.size());
+        // A widget looks again every minute: the same problem is not said again, a new one is.
+        QCOMPARE(readLog(store), QStringList());
+        QVERIFY(QFile::remove(store.fileURL()));
+        QCOMPARE(readLog(store), QStringList());
+        putFile(store.fileURL(), bytes);
+        QVERIFY(expected.match(readLog(store).join(u'\n')).hasMatch());
     }
 
     void containerUnavailable_data()

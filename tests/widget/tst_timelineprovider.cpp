@@ -56,6 +56,7 @@ private Q_SLOTS:
     void reloadReadsAtOnce_data();
     void reloadReadsAtOnce();
     void minuteTicksMakeTheDataStale();
+    void readsAgainWithoutAReload();
     void destroyedWhileWaiting();
     void reloadSignalOverTheSessionBus();
 };
@@ -145,6 +146,23 @@ void TimelineProviderTest::minuteTicksMakeTheDataStale()
         lines += statusLine(entry, StatusLineFormat::plain);
     QCOMPARE(lines, QStringList({u"124 ↗"_s, u"124 ↗ \u26A0\uFE0E"_s, u"124 ↗ \u26A0\uFE0E"_s}));
     QCOMPARE(timeline.entries[2].date, timeline.entries[0].date.addSecs(120));
+}
+
+// Without a session bus no reload ever arrives: a shown snapshot is still replaced within a quarter hour.
+void TimelineProviderTest::readsAgainWithoutAReload()
+{
+    Timeline timeline;
+    timeline.store.write(published(timeline.clock));
+    timeline.provider->start();
+    timeline.store.clear();
+    for (int tick = 1; tick < TimelineProvider::ticksBetweenReads; ++tick) {
+        timeline.clock.advance(60s);
+        QTRY_COMPARE(timeline.entries.size(), tick + 1);
+        QVERIFY(timeline.entries.last().snapshot);
+    }
+    timeline.clock.advance(60s);
+    QTRY_COMPARE(timeline.entries.size(), TimelineProvider::ticksBetweenReads + 1);
+    QVERIFY(!timeline.entries.last().snapshot);
 }
 
 void TimelineProviderTest::destroyedWhileWaiting()
