@@ -46,32 +46,6 @@ QFont valueFont()
     return font;
 }
 
-bool hasEqualDigits(const QFont &font)
-{
-    const QFontMetricsF metrics(font);
-    const qreal zero = metrics.horizontalAdvance(u'0');
-    for (char16_t digit = u'1'; digit <= u'9'; ++digit) {
-        if (!qFuzzyCompare(metrics.horizontalAdvance(QChar(digit)), zero))
-            return false;
-    }
-    return true;
-}
-
-// Figures that do not jitter when they change. Qt 6.4 cannot ask a font for its tabular figures, so take
-// a face whose digits are all one width.
-QFont tabularDigits(QFont font)
-{
-    if (hasEqualDigits(font))
-        return font;
-    QFont dejaVu = font;
-    dejaVu.setFamilies({u"DejaVu Sans"_s});
-    if (hasEqualDigits(dejaVu))
-        return dejaVu;
-    QFont fixed = QFontDatabase::systemFont(QFontDatabase::FixedFont);
-    fixed.setPixelSize(font.pixelSize());
-    return fixed;
-}
-
 QLabel *makeLabel(const QString &objectName, QWidget *parent)
 {
     QLabel *label = style::plainLabel(QString(), parent);
@@ -96,14 +70,6 @@ QToolButton *makeSymbolButton(const QString &objectName, const QString &toolTip,
     button->setToolTip(toolTip);
     button->setAccessibleName(spoken);
     return button;
-}
-
-// Lifts a label whose font is smaller than the row's largest, so that their baselines line up when both
-// sit on the row's bottom edge.
-void alignBaseline(QLabel *label, const QFont &rowFont)
-{
-    const int lift = QFontMetrics(rowFont).descent() - QFontMetrics(label->font()).descent();
-    label->setContentsMargins(0, 0, 0, std::max(0, lift));
 }
 
 } // namespace
@@ -192,7 +158,7 @@ QWidget *DashboardView::makeReadingRow()
 
     // Everything sits on the row's bottom edge, lifted to the value's baseline.
     for (QLabel *label : {m_trend, m_unit, m_age})
-        alignBaseline(label, m_value->font());
+        style::alignBaseline(label, m_value->font());
     layout->addWidget(m_value, 0, Qt::AlignBottom);
     layout->addWidget(m_trend, 0, Qt::AlignBottom);
     layout->addWidget(m_unit, 0, Qt::AlignBottom);
@@ -240,7 +206,7 @@ QWidget *DashboardView::makeStatistics()
         heading->setText(title);
         m_statisticTitles.append(heading);
         QLabel *value = makeLabel(objectName, block);
-        value->setFont(tabularDigits(style::font(style::TextStyle::callout)));
+        value->setFont(style::tabularDigits(style::font(style::TextStyle::callout)));
         cell->addWidget(heading);
         cell->addWidget(value);
         if (cells->count() > 0)

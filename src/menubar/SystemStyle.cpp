@@ -1,7 +1,11 @@
 #include "SystemStyle.h"
 
 #include <QApplication>
+#include <QFontDatabase>
+#include <QFontMetricsF>
 #include <QLabel>
+
+#include <algorithm>
 
 namespace glinta::style {
 
@@ -86,6 +90,40 @@ QFont font(TextStyle textStyle)
         break;
     }
     return font;
+}
+
+namespace {
+
+bool hasEqualDigits(const QFont &font)
+{
+    const QFontMetricsF metrics(font);
+    const qreal zero = metrics.horizontalAdvance(u'0');
+    for (char16_t digit = u'1'; digit <= u'9'; ++digit) {
+        if (!qFuzzyCompare(metrics.horizontalAdvance(QChar(digit)), zero))
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+QFont tabularDigits(QFont font)
+{
+    if (hasEqualDigits(font))
+        return font;
+    QFont dejaVu = font;
+    dejaVu.setFamilies({QStringLiteral("DejaVu Sans")});
+    if (hasEqualDigits(dejaVu))
+        return dejaVu;
+    QFont fixed = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    fixed.setPixelSize(font.pixelSize());
+    return fixed;
+}
+
+void alignBaseline(QLabel *label, const QFont &rowFont)
+{
+    const int lift = QFontMetrics(rowFont).descent() - QFontMetrics(label->font()).descent();
+    label->setContentsMargins(0, 0, 0, std::max(0, lift));
 }
 
 QLabel *plainLabel(const QString &text, QWidget *parent)

@@ -39,6 +39,14 @@ QFont font(TextStyle textStyle);
 // A label that shows its text as it is, never as markup: service messages and names are verbatim.
 QLabel *plainLabel(const QString &text, QWidget *parent);
 
+// Figures that do not jitter when they change. Qt 6.4 cannot ask a font for its tabular figures, so this
+// takes a face whose digits are all one width.
+QFont tabularDigits(QFont font);
+
+// Lifts a label whose font is smaller than its row's largest, so that their baselines line up when both
+// sit on the row's bottom edge (Qt's box layouts align edges, not baselines).
+void alignBaseline(QLabel *label, const QFont &rowFont);
+
 // Sets a label's text style and its colour role in one go.
 void apply(QLabel *label, TextStyle textStyle, const QColor &color);
 

@@ -46,22 +46,6 @@ QFont trendFont()
     return font;
 }
 
-// Figures that keep their width as they change. Qt 6.4 cannot ask a font for tabular figures, so fall
-// back to the fixed-pitch face when the text face's digits differ in width.
-QFont equalWidthDigits(const QFont &font)
-{
-    const QFontMetricsF metrics(font);
-    const qreal zero = metrics.horizontalAdvance(u'0');
-    for (char16_t digit = u'1'; digit <= u'9'; ++digit) {
-        if (!qFuzzyCompare(metrics.horizontalAdvance(QChar(digit)), zero)) {
-            QFont fixed = QFontDatabase::systemFont(QFontDatabase::FixedFont);
-            fixed.setPixelSize(font.pixelSize());
-            return fixed;
-        }
-    }
-    return font;
-}
-
 template <typename Label> Label *makeLabel(const QString &objectName, const QFont &font, QWidget *parent)
 {
     auto *label = new Label(parent);
@@ -89,14 +73,6 @@ void setSymbol(QLabel *label, const QString &name, const QColor &color, style::T
     label->setFixedSize(size, metrics.height());
 }
 
-// Lifts a label whose font is smaller than the row's largest, so that their baselines line up when both
-// sit on the row's bottom edge.
-void alignBaseline(QLabel *label, const QFont &rowFont)
-{
-    const int lift = QFontMetrics(rowFont).descent() - QFontMetrics(label->font()).descent();
-    label->setContentsMargins(0, 0, 0, std::max(0, lift));
-}
-
 } // namespace
 
 // The medium column is narrow, and this desktop's faces are wider than the rounded face the sizes were
@@ -114,8 +90,8 @@ void GlucoseWidgetView::fitValueIntoColumn()
         if (size == smallestValuePixelSize || m_parts.value->sizeHint().width() + others <= mediumColumnWidth)
             break;
     }
-    alignBaseline(m_parts.trend, m_parts.value->font());
-    alignBaseline(m_parts.unit, m_parts.value->font());
+    style::alignBaseline(m_parts.trend, m_parts.value->font());
+    style::alignBaseline(m_parts.unit, m_parts.value->font());
 }
 
 GlucoseWidgetView::GlucoseWidgetView(GlucoseEntry entry, std::optional<WidgetFamily> familyOverride,
@@ -280,7 +256,7 @@ QWidget *GlucoseWidgetView::makeReadingRow(int valuePixelSize, bool large, QWidg
     // baseline.
     for (QLabel *label : std::as_const(labels)) {
         if (label != m_parts.value)
-            alignBaseline(label, value);
+            style::alignBaseline(label, value);
         layout->addWidget(label, 0, Qt::AlignBottom);
     }
     layout->addStretch(1);
@@ -316,7 +292,7 @@ QWidget *GlucoseWidgetView::makeStatistics(QWidget *parent)
     auto *cells = new QHBoxLayout;
     cells->setSpacing(8);
     layout->addLayout(cells);
-    const QFont valueFont = equalWidthDigits(style::font(style::TextStyle::callout));
+    const QFont valueFont = style::tabularDigits(style::font(style::TextStyle::callout));
     const auto addCell = [&](const QString &title, const QString &objectName) {
         auto *cell = new QVBoxLayout;
         cell->setSpacing(2);
