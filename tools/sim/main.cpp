@@ -1,10 +1,17 @@
 // glinta-sim: a simulated LibreLinkUp service on 127.0.0.1 for tests, the demo and benchmarks.
+#include "GlucoseSnapshot.h"
+#include "KeychainStore.h"
 #include "SimulatedService.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSaveFile>
 #include <QSslKey>
+
+#include <qcoro/qcorotask.h>
 
 #include <cstdio>
 
@@ -27,6 +34,65 @@ Control interface (same port, JSON bodies, every answer is the current stats):
 Regions live under their code: /eu/llu/auth/login; the global host is the root.
 )";
 
+// The demo account's password in the keyring, under Glinta's own service, written and removed through the
+// same store the program reads it with. Never throws: QCoro::waitFor would not return.
+QCoro::Task<int> changeDemoPassword(bool save)
+{
+    const glinta::KeychainStore keychain;
+    const SimAccount account = SimulatedService::demoAccount();
+    try {
+        if (save)
+            co_await keychain.savePassword(account.password, account.email);
+        else
+            co_await keychain.deletePassword(account.email);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "glinta-sim: the keyring refused to %s the demo account's password: %s\n",
+                     save ? "store" : "remove", error.what());
+        co_return 1;
+    }
+    std::printf("glinta-sim: %s the keyring item of %s\n", save ? "stored" : "removed",
+                qPrintable(account.email));
+    co_return 0;
+}
+
+// Reads a widget snapshot file with the widget's own decoder.
+int checkSnapshot(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        std::fprintf(stderr, "glinta-sim: cannot read %s: %s\n", qPrintable(path),
+                     qPrintable(file.errorString()));
+        return 1;
+    }
+    try {
+        const glinta::GlucoseSnapshot snapshot =
+            glinta::decodeSnapshot(file.read(glinta::maximumSnapshotFileSize + 1));
+        std::printf("glinta-sim: %s decodes: %s, %lld readings of history, unit %s\n", qPrintable(path),
+                    snapshot.latest
+                        ? qPrintable(u"latest "_s + glinta::format(snapshot.unit, snapshot.latest->mgPerDl))
+                        : "no latest reading",
+                    static_cast<long long>(snapshot.history.size()),
+                    qPrintable(glinta::rawValue(snapshot.unit)));
+        return 0;
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "glinta-sim: %s does not decode: %s\n", qPrintable(path), error.what());
+        return 1;
+    }
+}
+
+// The development address file (service-address.json) that points a development build at this service.
+bool writeAddressFile(const QString &path, const glinta::ServiceEndpoints &endpoints)
+{
+    QJsonObject regions;
+    for (auto it = endpoints.regionBaseUrls.cbegin(); it != endpoints.regionBaseUrls.cend(); ++it)
+        regions.insert(it.key(), it.value().toString());
+    const QJsonObject address{{u"defaultBaseURL"_s, endpoints.defaultBaseUrl.toString()},
+                              {u"regions"_s, regions}};
+    QSaveFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(QJsonDocument(address).toJson()) >= 0 &&
+           file.commit();
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -46,8 +112,32 @@ int main(int argc, char *argv[])
     const QCommandLineOption certOption(u"tls-cert"_s, u"Serve HTTPS with this PEM certificate."_s,
                                         u"file"_s);
     const QCommandLineOption keyOption(u"tls-key"_s, u"The PEM private key of --tls-cert."_s, u"file"_s);
-    parser.addOptions({portOption, accountOption, certOption, keyOption});
+    const QCommandLineOption addressFileOption(
+        u"address-file"_s,
+        u"Once listening, write a service-address.json there that points a development build here."_s,
+        u"file"_s);
+    const QCommandLineOption savePasswordOption(
+        u"save-demo-password"_s,
+        u"Store the demo account's password in the desktop keyring, as Glinta reads it, and exit."_s);
+    const QCommandLineOption forgetPasswordOption(u"forget-demo-password"_s,
+                                                  u"Remove the demo account's keyring item and exit."_s);
+    const QCommandLineOption checkSnapshotOption(
+        u"check-snapshot"_s,
+        u"Decode a widget snapshot file, say what it holds and exit (1: it does not decode)."_s, u"file"_s);
+    parser.addOptions({portOption, accountOption, certOption, keyOption, addressFileOption,
+                       savePasswordOption, forgetPasswordOption, checkSnapshotOption});
     parser.process(app);
+
+    if (parser.isSet(savePasswordOption) || parser.isSet(forgetPasswordOption)) {
+        if (parser.isSet(savePasswordOption) && parser.isSet(forgetPasswordOption)) {
+            std::fprintf(stderr,
+                         "glinta-sim: --save-demo-password and --forget-demo-password exclude each other\n");
+            return 2;
+        }
+        return QCoro::waitFor(changeDemoPassword(parser.isSet(savePasswordOption)));
+    }
+    if (parser.isSet(checkSnapshotOption))
+        return checkSnapshot(parser.value(checkSnapshotOption));
 
     SimulatedService service;
 
@@ -95,6 +185,11 @@ int main(int argc, char *argv[])
     }
     if (service.start(static_cast<quint16>(port)) == 0) {
         std::fprintf(stderr, "glinta-sim: cannot listen on 127.0.0.1:%u\n", port);
+        return 1;
+    }
+    if (parser.isSet(addressFileOption) &&
+        !writeAddressFile(parser.value(addressFileOption), service.endpoints())) {
+        std::fprintf(stderr, "glinta-sim: cannot write %s\n", qPrintable(parser.value(addressFileOption)));
         return 1;
     }
     std::printf("glinta-sim listening on %s\n", qPrintable(service.baseUrl().toString()));
