@@ -3,7 +3,7 @@
 # (display, tray, session bus, keyring). Extra arguments go to ctest:
 #
 #   ./test.sh                  everything
-#   ./test.sh -R tst_trend     only the tests whose names match
+#   ./test.sh -R tst_trend     only the tests whose names match (and no fuzzing)
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -42,6 +42,16 @@ if [[ $listing =~ Total\ Tests:\ ([0-9]+) ]] && ((BASH_REMATCH[1] == 0)); then
     echo "test.sh: the build registered no tests at all; glinta_add_test() in tests/*/CMakeLists.txt adds them" >&2
   fi
   exit 1
+fi
+
+# The fuzz targets (scripts/run-fuzzers.sh, a clang build of its own in build/fuzz), 30 s each, on a run
+# of everything; GLINTA_FUZZ_SECONDS sets the time, 0 leaves them out, and any value asks for them on a
+# run with ctest arguments too. They go first because the exec below must stay last.
+if [[ $# -eq 0 || -n ${GLINTA_FUZZ_SECONDS:-} ]]; then
+  if ! "$root/scripts/run-fuzzers.sh" "${GLINTA_FUZZ_SECONDS:-30}"; then
+    echo "test.sh: a fuzz target failed (above), so the tests were not run" >&2
+    exit 1
+  fi
 fi
 
 # exec, so that a signal meant for this script (a CI cancel, timeout(1)) reaches the session, which

@@ -7,6 +7,20 @@
 
 namespace glinta {
 
+namespace {
+
+bool isUnpairedSurrogate(QStringView text, qsizetype i)
+{
+    const QChar c = text[i];
+    if (c.isHighSurrogate())
+        return i + 1 == text.size() || !text[i + 1].isLowSurrogate();
+    if (c.isLowSurrogate())
+        return i == 0 || !text[i - 1].isHighSurrogate();
+    return false;
+}
+
+} // namespace
+
 void JsonWriter::separate()
 {
     if (m_needsComma)
@@ -87,7 +101,9 @@ void JsonWriter::value(QStringView text)
             escape = "\\t";
             break;
         default:
-            if (c < 0x20) {
+            // A surrogate without its partner has no UTF-8 form (it would come out as U+FFFD); JSON's
+            // escape keeps it, so text read from a response is written back unchanged.
+            if (c < 0x20 || isUnpairedSurrogate(text, i)) {
                 std::snprintf(numeric, sizeof numeric, "\\u%04x", static_cast<unsigned>(c));
                 escape = numeric;
             }

@@ -167,6 +167,10 @@ void TestLLURecords::loginBody_data()
                                            << "{\"email\":\"j\xc3\xb6rg@example.de\",\"password\":\"\\u0001"
                                               "\xf0\x9f\x98\x80\"}"_ba;
     QTest::newRow("empty") << QString() << QString() << R"({"email":"","password":""})"_ba;
+    // Half a surrogate pair has no UTF-8 form; only an escape keeps it.
+    QTest::newRow("unpaired surrogates")
+        << u"a@b.c"_s << QChar(0xDE00) + u"p"_s + QChar(0xD83D) + QChar(0xD83D) + QChar(0xDE00)
+        << "{\"email\":\"a@b.c\",\"password\":\"\\ude00p\\ud83d\xf0\x9f\x98\x80\"}"_ba;
 }
 
 void TestLLURecords::loginBody()

@@ -114,6 +114,15 @@ private Q_SLOTS:
                         R"({"date":3570,"mgPerDl":124,"trend":3,"isHigh":false,"isLow":false}],)"
                         R"("unit":"mmol\/L","connectionName":"Ana \/ Bo","targetLowMgPerDl":70,)"
                         R"("targetHighMgPerDl":180,"updatedAt":3600})");
+
+        // A name from the service may hold half a surrogate pair, which has no UTF-8 form; it is escaped.
+        snapshot = GlucoseSnapshot{};
+        snapshot.connectionName =
+            u"J\u00f6rg "_s + QChar(0xDE00) + QChar(0xD83D) + QChar(0xD83D) + QChar(0xDE00);
+        snapshot.updatedAt = at(0);
+        check(snapshot,
+              "{\"history\":[],\"unit\":\"mg\\/dL\",\"connectionName\":\"J\xc3\xb6rg \\ude00\\ud83d"
+              "\xf0\x9f\x98\x80\",\"targetLowMgPerDl\":70,\"targetHighMgPerDl\":180,\"updatedAt\":0}"_ba);
     }
 
     void decodeRejects()

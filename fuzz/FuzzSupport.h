@@ -1,0 +1,65 @@
+#pragma once
+
+#include "Error.h"
+
+#include <QByteArray>
+#include <QLoggingCategory>
+#include <QString>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+
+// Shared by the fuzz targets. A glinta::Error is how a decoder refuses bad input, so it ends an input
+// quietly; any other exception, a sanitizer report or a broken invariant is a finding.
+namespace glinta::fuzz {
+
+// Once per process, before the first input: no log lines per refused timestamp, and one fixed zone with
+// daylight saving, so that a reproducer behaves the same on every machine.
+inline void initialise()
+{
+    using namespace Qt::StringLiterals;
+    setenv("TZ", "Europe/Berlin", 1);
+    QLoggingCategory::setFilterRules(u"*=false"_s);
+}
+
+// A copy, as the program gets it from the network or a file: Qt may rely on the terminating NUL.
+inline QByteArray bytes(const std::uint8_t *data, std::size_t size)
+{
+    return QByteArray(reinterpret_cast<const char *>(data), static_cast<qsizetype>(size));
+}
+
+[[noreturn]] inline void finding(const char *what, const QString &detail = {})
+{
+    std::fprintf(stderr, "FINDING: %s%s%s\n", what, detail.isEmpty() ? "" : ": ", qUtf8Printable(detail));
+    std::abort();
+}
+
+inline void require(bool holds, const char *what)
+{
+    if (!holds)
+        finding(what);
+}
+
+// The decoder's result, or nothing when it refused the input.
+template <typename Decode> auto attempt(Decode decode) -> std::optional<decltype(decode())>
+{
+    try {
+        return decode();
+    } catch (const Error &) {
+        return std::nullopt;
+    }
+}
+
+// For steps that must not fail on what a decoder accepted: an Error here is a finding too.
+template <typename Step> auto mustSucceed(const char *what, Step step) -> decltype(step())
+{
+    try {
+        return step();
+    } catch (const Error &error) {
+        finding(what, error.description());
+    }
+}
+
+} // namespace glinta::fuzz
