@@ -163,17 +163,12 @@ void LoginView::applyColors()
     style::apply(m_message, style::TextStyle::caption, style::red(colors));
     style::apply(m_notice, style::TextStyle::caption2, style::tertiaryText(colors));
 
-    // The prominent style: accent fill, white label; disabled keeps the usual greyed look.
-    QPalette button = m_signIn->palette();
-    for (const auto group : {QPalette::Active, QPalette::Inactive}) {
-        button.setColor(group, QPalette::Button, style::accent(colors));
-        button.setColor(group, QPalette::ButtonText, Qt::white);
-    }
-    m_signIn->setPalette(button);
+    style::makeProminent(m_signIn, colors);
 
     // The spinner only turns while the button is disabled, so it takes the disabled label's colour.
     QPalette spinner = m_spinner->palette();
-    spinner.setColor(QPalette::WindowText, button.color(QPalette::Disabled, QPalette::ButtonText));
+    spinner.setColor(QPalette::WindowText,
+                     m_signIn->palette().color(QPalette::Disabled, QPalette::ButtonText));
     m_spinner->setPalette(spinner);
 }
 

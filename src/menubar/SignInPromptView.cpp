@@ -73,12 +73,7 @@ void SignInPromptView::applyColors()
     style::apply(m_explanation, style::TextStyle::caption, style::secondaryText(colors));
     style::apply(m_notice, style::TextStyle::caption2, style::tertiaryText(colors));
 
-    QPalette button = m_signIn->palette();
-    for (const auto group : {QPalette::Active, QPalette::Inactive}) {
-        button.setColor(group, QPalette::Button, style::accent(colors));
-        button.setColor(group, QPalette::ButtonText, Qt::white);
-    }
-    m_signIn->setPalette(button);
+    style::makeProminent(m_signIn, colors);
 }
 
 } // namespace glinta

@@ -1,5 +1,6 @@
 #include "SystemStyle.h"
 
+#include <QAbstractButton>
 #include <QApplication>
 #include <QFontDatabase>
 #include <QFontMetricsF>
@@ -131,6 +132,16 @@ QLabel *plainLabel(const QString &text, QWidget *parent)
     auto *label = new QLabel(text, parent);
     label->setTextFormat(Qt::PlainText);
     return label;
+}
+
+void makeProminent(QAbstractButton *button, const QPalette &colors)
+{
+    QPalette palette = button->palette();
+    for (const auto group : {QPalette::Active, QPalette::Inactive}) {
+        palette.setColor(group, QPalette::Button, accent(colors));
+        palette.setColor(group, QPalette::ButtonText, Qt::white);
+    }
+    button->setPalette(palette);
 }
 
 void apply(QLabel *label, TextStyle textStyle, const QColor &color)

@@ -4,6 +4,7 @@
 #include <QFont>
 #include <QPalette>
 
+class QAbstractButton;
 class QLabel;
 class QWidget;
 
@@ -46,6 +47,9 @@ QFont tabularDigits(QFont font);
 // Lifts a label whose font is smaller than its row's largest, so that their baselines line up when both
 // sit on the row's bottom edge (Qt's box layouts align edges, not baselines).
 void alignBaseline(QLabel *label, const QFont &rowFont);
+
+// The prominent button style: accent fill, white label; disabled keeps the usual greyed look.
+void makeProminent(QAbstractButton *button, const QPalette &colors);
 
 // Sets a label's text style and its colour role in one go.
 void apply(QLabel *label, TextStyle textStyle, const QColor &color);
