@@ -61,6 +61,7 @@ private:
     std::chrono::milliseconds m_trayWait{0};
     bool m_fallback = false;
     bool m_announcedShown = false;
+    bool m_shownReading = false;
     // When the popup last closed: a click on the icon closes it first, and must not reopen it at once.
     QElapsedTimer m_sinceHidden;
 };
