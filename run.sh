@@ -51,47 +51,13 @@ fi
 
 "$root/scripts/deps.sh"
 
-# configure_and_build DIR TARGETS -- OPTIONS...: configures once; after that the build notices changed
-# CMake files itself. A configure that failed half-way leaves a cache but no build files, and is simply
-# run again; so is one whose options are not (or no longer) the ones given.
-configure_and_build() {
-  local build=$1 targets=() options=() configured=true option name
-  shift
-  while [[ $1 != -- ]]; do
-    targets+=("$1")
-    shift
-  done
-  shift
-  options=("$@")
-  if [[ ! -f $build/CMakeCache.txt || ! (-f $build/build.ninja || -f $build/Makefile) ]]; then
-    configured=false
-  else
-    for option in "${options[@]}"; do
-      name=${option#-D}
-      grep -q "^${name%%=*}:[A-Z]*=${name#*=}\$" "$build/CMakeCache.txt" || configured=false
-    done
-  fi
-  if [[ $configured == false ]]; then
-    local generator=()
-    if command -v ninja >/dev/null 2>&1 && [[ ! -f $build/Makefile ]]; then
-      generator=(-G Ninja)
-    fi
-    cmake -S "$root" -B "$build" "${generator[@]}" "${options[@]}"
-  fi
-  local target_arguments=()
-  if [[ ${#targets[@]} -gt 0 ]]; then
-    target_arguments=(--target "${targets[@]}")
-  fi
-  cmake --build "$build" --parallel "$(nproc)" "${target_arguments[@]}"
-}
-
 if [[ $demo == true ]]; then
-  configure_and_build "$root/build/demo" glinta glinta-widget glinta-sim glinta-shot -- \
+  "$root/scripts/configure-and-build.sh" "$root/build/demo" glinta glinta-widget glinta-sim glinta-shot -- \
     -DCMAKE_BUILD_TYPE=Release -DGLINTA_SANITIZE=OFF -DGLINTA_DEV_SERVICE_ADDRESS=ON \
     -DGLINTA_BUILD_TESTS=OFF -DGLINTA_BUILD_BENCHMARKS=OFF
   exec "$root/scripts/demo.sh" "$root/build/demo"
 fi
 
-configure_and_build "$root/build/release" -- \
+"$root/scripts/configure-and-build.sh" "$root/build/release" -- \
   -DCMAKE_BUILD_TYPE=RelWithDebInfo -DGLINTA_SANITIZE=OFF -DGLINTA_BUILD_TESTS=OFF
 exec "$root/build/release/src/app/glinta" "$@"

@@ -11,27 +11,8 @@ build="$root/build/test"
 
 "$root/scripts/deps.sh"
 
-# Configure once; after that the build notices changed CMake files itself. A configure that failed
-# half-way leaves a cache but no build files, and is simply run again; so is one whose options are
-# not (or no longer) the ones below.
-options=(-DCMAKE_BUILD_TYPE=Debug -DGLINTA_SANITIZE=ON -DGLINTA_DEV_SERVICE_ADDRESS=ON)
-configured=true
-if [[ ! -f $build/CMakeCache.txt || ! (-f $build/build.ninja || -f $build/Makefile) ]]; then
-  configured=false
-else
-  for option in "${options[@]}"; do
-    name=${option#-D}
-    grep -q "^${name%%=*}:[A-Z]*=${name#*=}\$" "$build/CMakeCache.txt" || configured=false
-  done
-fi
-if [[ $configured == false ]]; then
-  generator=()
-  if command -v ninja >/dev/null 2>&1 && [[ ! -f $build/Makefile ]]; then
-    generator=(-G Ninja)
-  fi
-  cmake -S "$root" -B "$build" "${generator[@]}" "${options[@]}"
-fi
-cmake --build "$build" --parallel "$(nproc)"
+"$root/scripts/configure-and-build.sh" "$build" -- \
+  -DCMAKE_BUILD_TYPE=Debug -DGLINTA_SANITIZE=ON -DGLINTA_DEV_SERVICE_ADDRESS=ON
 
 # ctest on its own reports an empty run as a success.
 listing=$(ctest --test-dir "$build" --show-only "$@")

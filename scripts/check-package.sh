@@ -25,13 +25,8 @@ deb="$build/glinta_${version}_${arch}.deb"
 
 # A package never comes from a build with the development-only service address reader, sanitizers,
 # tests or benchmarks; the options say so explicitly in case the build directory was made otherwise.
-generator=()
-if command -v ninja >/dev/null 2>&1 && [[ ! -f $build/Makefile ]]; then
-  generator=(-G Ninja)
-fi
-cmake -S "$root" -B "$build" "${generator[@]}" -DCMAKE_BUILD_TYPE=Release -DGLINTA_BUILD_TESTS=OFF \
+"$root/scripts/configure-and-build.sh" "$build" -- -DCMAKE_BUILD_TYPE=Release -DGLINTA_BUILD_TESTS=OFF \
   -DGLINTA_BUILD_BENCHMARKS=OFF -DGLINTA_DEV_SERVICE_ADDRESS=OFF -DGLINTA_SANITIZE=OFF
-cmake --build "$build" --parallel "$(nproc)"
 rm -f "$build"/*.deb
 (cd "$build" && cpack -G DEB)
 

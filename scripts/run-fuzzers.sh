@@ -45,20 +45,7 @@ fi
 # Configure once, as test.sh does; a build configured otherwise (another compiler) starts afresh. -O1 keeps
 # the fuzzers quick while Debug keeps Qt's and our assertions in.
 options=(-DCMAKE_BUILD_TYPE=Debug "-DCMAKE_CXX_FLAGS_DEBUG=-g -O1" "-DCMAKE_CXX_COMPILER=$compiler" -DGLINTA_FUZZ=ON)
-configured=true
-if [[ ! -f $build/CMakeCache.txt || ! -f $build/build.ninja ]]; then
-  configured=false
-else
-  for option in "${options[@]}"; do
-    name=${option#-D}
-    grep -q "^${name%%=*}:[A-Z]*=${name#*=}\$" "$build/CMakeCache.txt" || configured=false
-  done
-fi
-if [[ $configured == false ]]; then
-  rm -rf "$build/CMakeCache.txt" "$build/CMakeFiles"
-  cmake -S "$root" -B "$build" -G Ninja "${options[@]}"
-fi
-cmake --build "$build" --parallel "$(nproc)" --target "${targets[@]}"
+"$root/scripts/configure-and-build.sh" "$build" "${targets[@]}" -- "${options[@]}"
 
 export ASAN_OPTIONS="detect_stack_use_after_return=1:strict_init_order=1:check_initialization_order=1"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
