@@ -20,6 +20,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -108,10 +109,10 @@ GlucoseChartView::GlucoseChartView(GlucoseStore *store, QWidget *parent)
     styleAxes();
     rebuild();
 
-    connect(store, &GlucoseStore::historyChanged, this, &GlucoseChartView::rebuild);
-    connect(store, &GlucoseStore::unitChanged, this, &GlucoseChartView::rebuild);
+    connect(store, &GlucoseStore::historyChanged, this, [this] { redrawWhenShown(Pending::everything); });
+    connect(store, &GlucoseStore::unitChanged, this, [this] { redrawWhenShown(Pending::everything); });
     // Arrives with nearly every poll: only the dot and the time range depend on it.
-    connect(store, &GlucoseStore::latestChanged, this, &GlucoseChartView::rebuildLatest);
+    connect(store, &GlucoseStore::latestChanged, this, [this] { redrawWhenShown(Pending::latest); });
 }
 
 QChart *GlucoseChartView::chart() const
@@ -122,6 +123,25 @@ QChart *GlucoseChartView::chart() const
 bool GlucoseChartView::showsEmptyState() const
 {
     return m_pages->currentWidget() == m_emptyLabel;
+}
+
+// Rebuilding the chart is most of what a poll costs; with the panel closed nobody sees it.
+void GlucoseChartView::redrawWhenShown(Pending work)
+{
+    m_pending = std::max(m_pending, work);
+    if (!isVisible())
+        return;
+    const Pending pending = std::exchange(m_pending, Pending::nothing);
+    if (pending == Pending::everything)
+        rebuild();
+    else if (pending == Pending::latest)
+        rebuildLatest();
+}
+
+void GlucoseChartView::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    redrawWhenShown(Pending::nothing);
 }
 
 void GlucoseChartView::changeEvent(QEvent *event)

@@ -28,9 +28,19 @@ public:
 
 protected:
     void changeEvent(QEvent *event) override;
+    void showEvent(QShowEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
 
 private:
+    // What a store change asks to redraw; while the panel is closed it waits until it opens.
+    enum class Pending
+    {
+        nothing,
+        latest,
+        everything,
+    };
+    void redrawWhenShown(Pending work);
+
     void rebuild();
     void rebuildLatest();
     void fitTimeAxis();
@@ -45,6 +55,7 @@ private:
     QStackedLayout *m_pages;
     // Kept so that a new latest reading replaces only the dot, not the whole history.
     QScatterSeries *m_latestDot = nullptr;
+    Pending m_pending = Pending::nothing;
 };
 
 } // namespace glinta

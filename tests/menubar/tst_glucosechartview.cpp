@@ -197,6 +197,8 @@ private Q_SLOTS:
     {
         auto store = storeWith({reading(0, 100), reading(10, 60), reading(20, 100)}, reading(20, 100));
         GlucoseChartView view(store.get());
+        view.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&view));
         QList<QPointF> before;
         for (const QLineSeries *line : seriesOf<QLineSeries>(view))
             before += line->points();
@@ -217,6 +219,8 @@ private Q_SLOTS:
     {
         LiveStore live;
         GlucoseChartView view(live.store.get());
+        view.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&view));
         QVERIFY(view.showsEmptyState());
         QCoro::waitFor(live.store->signIn(live.account().email, live.account().password)); // never throws
         QTRY_VERIFY(!live.store->history().isEmpty());
@@ -225,6 +229,18 @@ private Q_SLOTS:
 
         live.store->signOut();
         QVERIFY(view.showsEmptyState());
+    }
+
+    // With the panel closed a poll leaves the chart alone; opening it brings it up to date.
+    void waitsWhileHidden()
+    {
+        auto store = storeWith({reading(0, 100), reading(10, 60), reading(20, 100)}, reading(20, 100));
+        GlucoseChartView view(store.get());
+        store->setUnit(GlucoseUnit::mmolPerL);
+        QCOMPARE(seriesOf<QScatterSeries>(view).first()->points().first().y(), 100.0);
+        view.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&view));
+        QCOMPARE(seriesOf<QScatterSeries>(view).first()->points().first().y(), 100 / 18.0182);
     }
 
     void followsPalette()
