@@ -174,15 +174,15 @@ void exportImages(Updater *updater, const QString &directory, const QDateTime &n
 {
     const GlucoseSnapshot sample = sampleSnapshot(now);
     for (const Appearance appearance : appearances) {
-        for (const WidgetImage &spec : widgetImages) {
+        for (const WidgetImage &image : widgetImages) {
             const auto makeWidget = [&](QWidget *parent) {
                 auto *padded = new QWidget(parent);
                 auto *layout = new QVBoxLayout(padded);
                 layout->setContentsMargins(widgetPadding, widgetPadding, widgetPadding, widgetPadding);
-                layout->addWidget(new GlucoseWidgetView(GlucoseEntry{now, sample}, spec.family, padded));
+                layout->addWidget(new GlucoseWidgetView(GlucoseEntry{now, sample}, image.family, padded));
                 return padded;
             };
-            renderImage(makeWidget, spec.name.toString(), appearance, spec.width, spec.height,
+            renderImage(makeWidget, image.name.toString(), appearance, image.width, image.height,
                         widgetCornerRadius, directory);
         }
 
