@@ -19,12 +19,6 @@ int sign(int value)
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    fuzz::initialise();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     const auto items = fuzz::attempt([&] { return parseAppcast(fuzz::bytes(data, size)); });

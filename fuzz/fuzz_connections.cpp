@@ -5,20 +5,13 @@
 
 using namespace glinta;
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    fuzz::initialise();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    const auto response =
-        fuzz::attempt([&] { return decodeLLUResponse<QList<LLUConnection>>(fuzz::bytes(data, size)); });
-    if (!response || !response->data)
+    const auto connections = fuzz::serviceData<QList<LLUConnection>>(data, size);
+    if (!connections)
         return 0;
 
-    for (const LLUConnection &connection : *response->data) {
+    for (const LLUConnection &connection : *connections) {
         const auto name = displayName(connection);
         fuzz::require(!name || !name->isEmpty(), "display name present but empty");
         if (connection.glucoseMeasurement)

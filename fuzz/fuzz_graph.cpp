@@ -7,20 +7,13 @@
 
 using namespace glinta;
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    fuzz::initialise();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    const auto response =
-        fuzz::attempt([&] { return decodeLLUResponse<LLUGraphData>(fuzz::bytes(data, size)); });
-    if (!response || !response->data)
+    const auto graph = fuzz::serviceData<LLUGraphData>(data, size);
+    if (!graph)
         return 0;
 
-    const GraphReadings mapped = readings(*response->data);
+    const GraphReadings mapped = readings(*graph);
     for (qsizetype i = 1; i < mapped.history.size(); ++i)
         fuzz::require(mapped.history[i - 1].date < mapped.history[i].date,
                       "history not strictly oldest first");

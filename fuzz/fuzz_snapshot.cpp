@@ -5,12 +5,6 @@
 
 using namespace glinta;
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    fuzz::initialise();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     const auto snapshot = fuzz::attempt([&] { return decodeSnapshot(fuzz::bytes(data, size)); });
