@@ -29,13 +29,13 @@ QString run(const QString &program, const QStringList &arguments)
     return QString::fromUtf8(process.readAllStandardOutput());
 }
 
-// Glinta's windows that are on screen now, from the X server: absolute position and size.
-QList<QRect> glintaWindows()
+// The first of Glinta's windows on screen now that `wanted` takes, from the X server: absolute position
+// and size.
+std::optional<QRect> findWindow(const std::function<bool(const QRect &)> &wanted)
 {
     static const QRegularExpression field(
         uR"(^\s*(Absolute upper-left X|Absolute upper-left Y|Width|Height|Map State):\s+(\S+))"_s,
         QRegularExpression::MultilineOption);
-    QList<QRect> windows;
     const QStringList ids =
         run(u"xdotool"_s, {u"search"_s, u"--classname"_s, u"^glinta$"_s}).split(u'\n', Qt::SkipEmptyParts);
     for (const QString &id : ids) {
@@ -44,32 +44,19 @@ QList<QRect> glintaWindows()
             const auto match = it.next();
             info.insert(match.captured(1), match.captured(2));
         }
-        if (info.value(u"Map State"_s) == u"IsViewable"_s)
-            windows.append(QRect(info.value(u"Absolute upper-left X"_s).toInt(),
-                                 info.value(u"Absolute upper-left Y"_s).toInt(),
-                                 info.value(u"Width"_s).toInt(), info.value(u"Height"_s).toInt()));
-    }
-    return windows;
-}
-
-std::optional<QRect> findWindow(const std::function<bool(const QRect &)> &wanted)
-{
-    for (const QRect &window : glintaWindows()) {
-        if (wanted(window))
+        const QRect window(info.value(u"Absolute upper-left X"_s).toInt(),
+                           info.value(u"Absolute upper-left Y"_s).toInt(), info.value(u"Width"_s).toInt(),
+                           info.value(u"Height"_s).toInt());
+        if (info.value(u"Map State"_s) == u"IsViewable"_s && wanted(window))
             return window;
     }
     return std::nullopt;
 }
 
-bool isTrayIcon(const QRect &r)
-{
+const auto isTrayIcon = [](const QRect &r) {
     return r.width() <= 64 && r.width() == r.height() && r.width() > 8;
-}
-
-bool isPanel(const QRect &r)
-{
-    return r.width() >= 330 && r.width() <= 360 && r.height() > 100;
-}
+};
+const auto isPanel = [](const QRect &r) { return r.width() >= 330 && r.width() <= 360 && r.height() > 100; };
 
 // How far apart two pictures are, pixel by pixel: the mean and the worst channel difference.
 std::pair<double, int> difference(const QImage &a, const QImage &b)

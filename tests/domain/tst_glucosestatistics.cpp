@@ -77,8 +77,8 @@ private Q_SLOTS:
         // 100.5 from the stored values; rounding each reading first would give 100.
         QTest::newRow("fractions kept")
             << values({100.25, 100.25, 101}) << mg << u"101"_s << u"100%"_s << u"3"_s;
-        // 5.827...: converted after averaging, not rounded to mg/dL first.
-        QTest::newRow("mmol/L") << values({100, 110}) << mmol << u"5.8"_s << u"100%"_s << u"2"_s;
+        // 100.25 is 5.56 mmol/L; rounded to mg/dL first it would be 5.5.
+        QTest::newRow("mmol/L") << values({100, 100.5}) << mmol << u"5.6"_s << u"100%"_s << u"2"_s;
         // The chart leaves the repeated and the earlier date out; the statistics do not.
         QTest::newRow("dates not increasing")
             << timed({{0, 100}, {0, 110}, {-60, 120}, {300, 130}}) << mg << u"115"_s << u"100%"_s << u"4"_s;
@@ -103,7 +103,9 @@ private Q_SLOTS:
 
         QTest::newRow("empty") << QList<GlucoseReading>() << mg << 40.0 << 220.0;
         QTest::newRow("all low") << values({45, 39}) << mg << 40.0 << 220.0;
-        QTest::newRow("highest 250") << values({100, 250, 120}) << mg << 40.0 << 270.0;
+        const double nan = std::numeric_limits<double>::quiet_NaN();
+        QTest::newRow("highest 250, NaN never the top")
+            << values({nan, 100, 250, 120, nan}) << mg << 40.0 << 270.0;
         QTest::newRow("highest 250 mmol/L") << values({250}) << mmol << 40 / 18.0182 << 270 / 18.0182;
     }
 

@@ -18,25 +18,16 @@ using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 using namespace glinta;
 using glinta::sim::Fault;
+using Kind = GlucoseStore::Status::Kind;
 
 namespace {
 
-template <typename T> T *byAccessibleName(const QWidget *root, const QString &name)
+// By what it reads or what a screen reader calls it.
+template <typename T> T *named(const QWidget *root, const QString &name)
 {
-    const QList<T *> candidates = root->findChildren<T *>();
-    for (T *candidate : candidates) {
-        if (candidate->accessibleName() == name)
+    for (T *candidate : root->findChildren<T *>()) {
+        if (candidate->accessibleName() == name || candidate->text() == name)
             return candidate;
-    }
-    return nullptr;
-}
-
-QPushButton *buttonWithText(const QWidget *root, const QString &text)
-{
-    const QList<QPushButton *> buttons = root->findChildren<QPushButton *>();
-    for (QPushButton *button : buttons) {
-        if (button->text() == text)
-            return button;
     }
     return nullptr;
 }
@@ -44,8 +35,7 @@ QPushButton *buttonWithText(const QWidget *root, const QString &text)
 int liveLoginViews()
 {
     int count = 0;
-    const QWidgetList windows = QApplication::topLevelWidgets();
-    for (const QWidget *window : windows)
+    for (const QWidget *window : QApplication::topLevelWidgets())
         count += int(window->findChildren<LoginView *>().size());
     return count;
 }
@@ -70,27 +60,29 @@ class TestLoginView : public QObject
 
     std::unique_ptr<LiveStore> live;
     std::unique_ptr<WindowRegistry> windows;
+    QPointer<QWidget> window;
+    QLineEdit *email = nullptr;
+    QLineEdit *password = nullptr;
+    QPushButton *signIn = nullptr;
 
-    QWidget *openLogin()
+    bool openLogin()
     {
-        QWidget *window = windows->open(u"login"_s);
-        if (window && !QTest::qWaitForWindowExposed(window))
-            return nullptr;
-        return window;
+        window = windows->open(u"login"_s);
+        if (!window || !QTest::qWaitForWindowExposed(window))
+            return false;
+        email = named<QLineEdit>(window, u"Email"_s);
+        password = named<QLineEdit>(window, u"Password"_s);
+        signIn = named<QPushButton>(window, u"Sign In"_s);
+        return email && password && signIn;
     }
 
-    struct Fields
+    bool openAndType(const QString &typedPassword)
     {
-        QLineEdit *email = nullptr;
-        QLineEdit *password = nullptr;
-        QPushButton *signIn = nullptr;
-    };
-
-    static Fields fields(const QWidget *window)
-    {
-        return {byAccessibleName<QLineEdit>(window, u"Email"_s),
-                byAccessibleName<QLineEdit>(window, u"Password"_s),
-                byAccessibleName<QPushButton>(window, u"Sign In"_s)};
+        if (!openLogin())
+            return false;
+        QTest::keyClicks(email, live->account().email);
+        QTest::keyClicks(password, typedPassword);
+        return true;
     }
 
 private Q_SLOTS:
@@ -108,206 +100,119 @@ private Q_SLOTS:
         live.reset();
     }
 
-    void buttonFollowsTheTexts_data()
+    // The e-mail field takes the focus, the button follows the texts, and Return in a field does not submit.
+    void typing_data()
     {
-        QTest::addColumn<QString>("email");
-        QTest::addColumn<QString>("password");
+        QTest::addColumn<QString>("typedEmail");
+        QTest::addColumn<QString>("typedPassword");
         QTest::addColumn<bool>("enabled");
-
-        QTest::newRow("both empty") << QString() << QString() << false;
         QTest::newRow("no password") << u"a"_s << QString() << false;
         QTest::newRow("no email") << QString() << u"b"_s << false;
         QTest::newRow("one character each") << u"a"_s << u"b"_s << true;
         QTest::newRow("blanks count") << u" "_s << u" "_s << true;
     }
 
-    void buttonFollowsTheTexts()
+    void typing()
     {
-        QFETCH(QString, email);
-        QFETCH(QString, password);
-        QFETCH(bool, enabled);
-
-        QWidget *window = openLogin();
-        QVERIFY(window);
-        const Fields f = fields(window);
-        QVERIFY(f.email && f.password && f.signIn);
-        QTest::keyClicks(f.email, email);
-        QTest::keyClicks(f.password, password);
-        QCOMPARE(f.signIn->isEnabled(), enabled);
-    }
-
-    void focusAndTabOrder()
-    {
-        QWidget *window = openLogin();
-        QVERIFY(window);
+        QFETCH(QString, typedEmail);
+        QFETCH(QString, typedPassword);
+        QVERIFY(openLogin());
         QVERIFY(QTest::qWaitForWindowActive(window));
-        const Fields f = fields(window);
-        QTRY_COMPARE(QApplication::focusWidget(), f.email);
-        QTest::keyClicks(f.email, u"a"_s);
-        QTest::keyClick(f.email, Qt::Key_Tab);
-        QCOMPARE(QApplication::focusWidget(), f.password);
-        QTest::keyClicks(f.password, u"b"_s);
-        QTest::keyClick(f.password, Qt::Key_Tab);
-        QCOMPARE(QApplication::focusWidget(), f.signIn);
-    }
-
-    void returnDoesNotSubmit_data()
-    {
-        QTest::addColumn<QString>("field");
-        QTest::newRow("in the email field") << u"Email"_s;
-        QTest::newRow("in the password field") << u"Password"_s;
-    }
-
-    void returnDoesNotSubmit()
-    {
-        QFETCH(QString, field);
-
-        QWidget *window = openLogin();
-        QVERIFY(window);
-        const Fields f = fields(window);
-        QTest::keyClicks(f.email, live->account().email);
-        QTest::keyClicks(f.password, live->account().password);
-        QTest::keyClick(byAccessibleName<QLineEdit>(window, field), Qt::Key_Return);
-        QTest::keyClick(byAccessibleName<QLineEdit>(window, field), Qt::Key_Enter);
+        QTRY_COMPARE(QApplication::focusWidget(), email);
+        QTest::keyClicks(email, typedEmail);
+        QTest::keyClicks(password, typedPassword);
+        QTEST(signIn->isEnabled(), "enabled");
+        for (QLineEdit *field : {email, password}) {
+            QTest::keyClick(field, Qt::Key_Return);
+            QTest::keyClick(field, Qt::Key_Enter);
+        }
         // Signing in turns the status to connecting at once.
-        QCOMPARE(live->store->status().kind, GlucoseStore::Status::Kind::loggedOut);
-        QTest::qWait(50);
-        QCOMPARE(live->service.requestCount(u"login"_s), 0);
-        QVERIFY(windows->window(u"login"_s));
+        QCOMPARE(live->store->status().kind, Kind::loggedOut);
     }
 
-    void signInClosesTheWindowAndReopensEmpty()
+    // A wrong password keeps the window and what was typed, with the message in red. The next try hides
+    // the message while it runs, turns the button into a spinner without resizing it, and closes the window
+    // on success; the next one starts empty.
+    void signingIn()
     {
-        live->service.addFault({u"login"_s, Fault::Kind::delay, 0, 0, {}, {}, 300ms, 1, {}});
-        QWidget *window = openLogin();
+        QVERIFY(openAndType(u"wrong"_s));
+        QTest::mouseClick(signIn, Qt::LeftButton);
+        QTRY_COMPARE(live->store->status().kind, Kind::failed);
+        QTest::qWait(20); // the view's own task ends after the status changes
         QVERIFY(window);
-        Fields f = fields(window);
-        QTest::keyClicks(f.email, live->account().email);
-        QTest::keyClicks(f.password, live->account().password);
-        const QSize size = f.signIn->size();
+        const auto *message = named<QLabel>(window, u"LibreLinkUp rejected the email or password."_s);
+        QVERIFY(message && message->isVisible());
+        auto *spinner = signIn->findChild<ProgressSpinner *>();
+        QVERIFY(signIn->isEnabled() && signIn->text() == u"Sign In"_s && !spinner->isVisible());
+        QCOMPARE(email->text() + u'|' + password->text(), live->account().email + u"|wrong"_s);
 
-        QTest::mouseClick(f.signIn, Qt::LeftButton);
-        QCOMPARE(live->store->status().kind, GlucoseStore::Status::Kind::connecting);
-        auto *spinner = f.signIn->findChild<ProgressSpinner *>();
-        QVERIFY(spinner);
-        QVERIFY(spinner->isVisible());
-        QVERIFY(f.signIn->text().isEmpty());
-        QVERIFY(!f.signIn->isEnabled());
+        live->service.addFault({u"login"_s, Fault::Kind::delay, 0, 0, {}, {}, 300ms, 1, {}});
+        password->clear();
+        QTest::keyClicks(password, live->account().password);
+        const QSize size = signIn->size();
+        QTest::mouseClick(signIn, Qt::LeftButton);
+        QCOMPARE(live->store->status().kind, Kind::connecting);
+        QVERIFY(!message->isVisible() && spinner->isVisible());
+        QVERIFY(signIn->text().isEmpty() && !signIn->isEnabled());
         QTest::qWait(20);
-        QCOMPARE(f.signIn->size(), size);
-
+        QCOMPARE(signIn->size(), size);
         QTRY_VERIFY(!windows->window(u"login"_s));
         QCOMPARE(live->store->savedEmail(), std::optional(live->account().email));
-
-        window = openLogin();
-        QVERIFY(window);
-        f = fields(window);
-        QVERIFY(f.email->text().isEmpty());
-        QVERIFY(f.password->text().isEmpty());
+        QVERIFY(openLogin());
+        QVERIFY(email->text().isEmpty() && password->text().isEmpty());
         QCOMPARE(liveLoginViews(), 1);
     }
 
+    // The sign-in goes on without the view, and a window opened meanwhile is left alone.
     void closedWhileSigningIn()
     {
         live->service.addFault({u"login"_s, Fault::Kind::delay, 0, 0, {}, {}, 200ms, 1, {}});
-        QWidget *window = openLogin();
-        QVERIFY(window);
-        const Fields f = fields(window);
-        QTest::keyClicks(f.email, live->account().email);
-        QTest::keyClicks(f.password, live->account().password);
-        QTest::mouseClick(f.signIn, Qt::LeftButton);
+        QVERIFY(openAndType(live->account().password));
+        QTest::mouseClick(signIn, Qt::LeftButton);
         windows->dismiss(u"login"_s);
-        QTRY_VERIFY(!windows->window(u"login"_s));
-
-        // The sign-in goes on without the view, and a window opened meanwhile is left alone.
-        const QPointer<QWidget> second = openLogin();
-        QVERIFY(second);
+        QTRY_VERIFY(!window);
+        QVERIFY(openLogin());
         QTRY_COMPARE(live->store->savedEmail(), std::optional(live->account().email));
         QTest::qWait(20);
-        QVERIFY(second);
-    }
-
-    void wrongPasswordKeepsTheWindow()
-    {
-        const QString message = u"LibreLinkUp rejected the email or password."_s;
-        const QPointer<QWidget> window = openLogin();
         QVERIFY(window);
-        const Fields f = fields(window);
-        const auto shownMessage = [&] {
-            for (const QLabel *label : window->findChildren<QLabel *>()) {
-                if (label->isVisible() && label->text() == message)
-                    return true;
-            }
-            return false;
-        };
-        QTest::keyClicks(f.email, live->account().email);
-        QTest::keyClicks(f.password, u"wrong"_s);
-
-        QTest::mouseClick(f.signIn, Qt::LeftButton);
-        QTRY_COMPARE(live->store->status().kind, GlucoseStore::Status::Kind::failed);
-        QTest::qWait(20); // the view's own task ends after the status changes
-        QVERIFY(window);
-        QVERIFY(shownMessage());
-        QVERIFY(f.signIn->isEnabled());
-        QCOMPARE(f.signIn->text(), u"Sign In"_s);
-        QVERIFY(!f.signIn->findChild<ProgressSpinner *>()->isVisible());
-        QCOMPARE(f.email->text(), live->account().email);
-        QCOMPARE(f.password->text(), u"wrong"_s);
-
-        // The next try hides the message again while it runs.
-        QTest::keyClick(f.password, Qt::Key_Backspace);
-        QTest::mouseClick(f.signIn, Qt::LeftButton);
-        QVERIFY(!shownMessage());
-        QTRY_COMPARE(live->store->status().kind, GlucoseStore::Status::Kind::failed);
     }
 
     void linkOpensSignUpSite()
     {
         UrlCatcher browser;
         QDesktopServices::setUrlHandler(u"https"_s, &browser, "open");
-        QWidget *window = openLogin();
-        QVERIFY(window);
-        QLabel *link = byAccessibleName<QLabel>(window, u"Don't have an account? Set up LibreLinkUp\u2026"_s);
+        QVERIFY(openLogin());
+        QLabel *link = named<QLabel>(window, u"Don't have an account? Set up LibreLinkUp\u2026"_s);
         QVERIFY(link);
         QTest::mouseClick(link, Qt::LeftButton, {}, QPoint(4, link->height() / 2));
         QDesktopServices::unsetUrlHandler(u"https"_s);
         QCOMPARE(browser.opened, QList{QUrl(u"https://www.librelinkup.com/"_s)});
     }
 
-    void promptOpensOneLoginWindow()
-    {
-        SignInPromptView prompt(live->store.get(), windows.get());
-        prompt.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&prompt));
-        QSignalSpy opened(windows.get(), &WindowRegistry::opened);
-        QPushButton *signIn = buttonWithText(&prompt, u"Sign In\u2026"_s);
-        QVERIFY(signIn);
-
-        QTest::mouseClick(signIn, Qt::LeftButton);
-        QWidget *window = windows->window(u"login"_s);
-        QVERIFY(window);
-        QVERIFY(QTest::qWaitForWindowActive(window));
-
-        prompt.activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(&prompt));
-        QTest::mouseClick(signIn, Qt::LeftButton);
-        QTRY_COMPARE(QApplication::activeWindow(), window);
-        QCOMPARE(windows->window(u"login"_s), window);
-        QCOMPARE(opened.size(), 1);
-        QCOMPARE(liveLoginViews(), 1);
-    }
-
-    void promptQuitAsksToQuit()
+    void promptQuitsOrOpensOneLoginWindow()
     {
         SignInPromptView prompt(live->store.get(), windows.get());
         prompt.show();
         QVERIFY(QTest::qWaitForWindowExposed(&prompt));
         QSignalSpy quit(&prompt, &SignInPromptView::quitRequested);
-        QPushButton *button = buttonWithText(&prompt, u"Quit"_s);
-        QVERIFY(button);
-        QTest::mouseClick(button, Qt::LeftButton);
+        QSignalSpy opened(windows.get(), &WindowRegistry::opened);
+        QTest::mouseClick(named<QPushButton>(&prompt, u"Quit"_s), Qt::LeftButton);
         QCOMPARE(quit.size(), 1);
         QVERIFY(!windows->window(u"login"_s));
+
+        QPushButton *signIn = named<QPushButton>(&prompt, u"Sign In\u2026"_s);
+        QTest::mouseClick(signIn, Qt::LeftButton);
+        QWidget *login = windows->window(u"login"_s);
+        QVERIFY(login);
+        QVERIFY(QTest::qWaitForWindowActive(login));
+
+        // Again from the front: the same window comes forward.
+        prompt.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&prompt));
+        QTest::mouseClick(signIn, Qt::LeftButton);
+        QTRY_COMPARE(QApplication::activeWindow(), login);
+        QCOMPARE(opened.size(), 1);
+        QCOMPARE(liveLoginViews(), 1);
     }
 };
 

@@ -1,4 +1,5 @@
 #include "KeychainStore.h"
+#include "TaskOutcome.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -29,26 +30,18 @@ const QString loginCollection = u"/org/freedesktop/secrets/collection/login"_s;
 const QString childService = u"com.nordvik.glinta.librelinkup.test-child"_s;
 
 // One line per outcome, for comparisons and failure messages.
-template <typename T> QCoro::Task<QString> describe(QCoro::Task<T> task)
+QString outcome(QCoro::Task<void> task)
 {
-    try {
-        if constexpr (std::is_void_v<T>) {
-            co_await std::move(task);
-            co_return u"ok"_s;
-        } else {
-            const std::optional<QString> password = co_await std::move(task);
-            co_return password ? u"password "_s + *password : u"none"_s;
-        }
-    } catch (const KeychainError &error) {
-        co_return u"error "_s + QString::number(error.code()) + u' ' + error.description();
-    } catch (const std::exception &error) {
-        co_return u"unexpected "_s + QString::fromUtf8(error.what());
-    }
+    const std::exception_ptr error = runToEnd(std::move(task));
+    return error ? u"error: "_s + QString::fromUtf8(describe(error)) : u"ok"_s;
 }
 
-template <typename T> QString outcome(QCoro::Task<T> task)
+QString outcome(QCoro::Task<std::optional<QString>> task)
 {
-    return QCoro::waitFor(describe(std::move(task)));
+    const Outcome<std::optional<QString>> read = run(std::move(task));
+    if (read.error)
+        return u"error: "_s + QString::fromUtf8(describe(read.error));
+    return *read.value ? u"password "_s + **read.value : u"none"_s;
 }
 
 QByteArray secretTool(const QStringList &arguments, const QByteArray &input = {})
@@ -176,12 +169,9 @@ private slots:
         secretTool({u"clear"_s, u"server"_s, m_service + u".other"_s});
     }
 
-    void errorDescription()
+    // A message is the failure rows' part; without one the status stands in.
+    void blankMessage()
     {
-        QCOMPARE(KeychainError::unexpectedStatus(QKeychain::AccessDenied,
-                                                 u"Cannot create an item in a locked collection"_s)
-                     .description(),
-                 u"Keychain error: Cannot create an item in a locked collection"_s);
         QCOMPARE(KeychainError::unexpectedStatus(QKeychain::OtherError, u" "_s).description(),
                  u"Keychain error: status 7"_s);
     }
@@ -200,7 +190,6 @@ private slots:
         const KeychainStore store(m_service);
         const QString account = u"someone@example.com"_s;
         QCOMPARE(outcome(store.savePassword(u"earlier-password"_s, account)), u"ok"_s);
-        QCOMPARE(itemCount(m_service, account), 1);
         QCOMPARE(outcome(store.savePassword(password, account)), u"ok"_s);
         QCOMPARE(itemCount(m_service, account), 1);
         QCOMPARE(outcome(store.readPassword(account)), u"password "_s + password);
@@ -220,19 +209,19 @@ private slots:
         QCOMPARE(outcome(otherService.savePassword(u"password-b-elsewhere"_s, b)), u"ok"_s);
         QCOMPARE(outcome(store.deletePassword(b)), u"ok"_s);
         QCOMPARE(itemCount(m_service, b), 0);
-        QCOMPARE(outcome(store.readPassword(b)), u"none"_s);
         QCOMPARE(outcome(store.deletePassword(b)), u"ok"_s); // a missing item
         QCOMPARE(outcome(otherService.readPassword(b)), u"password password-b-elsewhere"_s);
 
         // libsecret takes C strings: cut at the null character, this account name would address a's item.
         const QString refused =
-            u"error 7 Keychain error: The %1 contains a character the keyring cannot store."_s;
+            u"error: Keychain error: The %1 contains a character the keyring cannot store."_s;
         const QString cut = a + QChar(0) + u"x"_s;
-        QCOMPARE(outcome(store.savePassword(u"new"_s, cut)), refused.arg(u"account name"_s));
-        QCOMPARE(outcome(store.readPassword(cut)), refused.arg(u"account name"_s));
-        QCOMPARE(outcome(store.deletePassword(cut)), refused.arg(u"account name"_s));
-        QCOMPARE(outcome(store.savePassword(u"new"_s + QChar(0), a)), refused.arg(u"password"_s));
-        QCOMPARE(outcome(store.savePassword(QString(QChar(0xD800)), a)), refused.arg(u"password"_s));
+        const QStringList refusals{outcome(store.savePassword(u"new"_s, cut)),
+                                   outcome(store.readPassword(cut)), outcome(store.deletePassword(cut)),
+                                   outcome(store.savePassword(u"new"_s + QChar(0), a)),
+                                   outcome(store.savePassword(QString(QChar(0xD800)), a))};
+        QCOMPARE(refusals,
+                 QStringList(3, refused.arg(u"account name"_s)) + QStringList(2, refused.arg(u"password"_s)));
         QCOMPARE(outcome(store.readPassword(a)), u"password password-a"_s);
 
         // Data that is not UTF-8 text, as another tool may leave it, is no password.
@@ -245,22 +234,21 @@ private slots:
         QTest::addColumn<QByteArray>("mode");
         QTest::addColumn<QStringList>("expected"); // a pattern per line the child prints
 
-        const QString noService = u"error 7 Keychain error: .*org\\.freedesktop\\.secrets.*"_s;
+        const QString noService = u"error: Keychain error: .*org\\.freedesktop\\.secrets.*"_s;
         QTest::newRow("no Secret Service on the bus")
             << "unavailable"_ba
             << QStringList{u"save: "_s + noService, u"read: "_s + noService, u"delete: "_s + noService};
         // gnome-keyring answers a search in a locked collection as if there were no item.
-        const QString locked = u"error -2 Keychain error: The keyring is locked\\."_s;
+        const QString locked = u"error: Keychain error: The keyring is locked\\."_s;
         QTest::newRow("locked collection")
             << "locked"_ba
             << QStringList{u"save: ok"_s, u"read: "_s + locked,
-                           u"save while locked: error 4 Keychain error: .*locked.*"_s,
-                           u"delete: "_s + locked};
+                           u"save while locked: error: Keychain error: .*locked.*"_s, u"delete: "_s + locked};
         QTest::newRow("keyring that never answers")
             << "unresponsive"_ba
             << QStringList{
-                   u"read: error -1 Keychain error: The keyring did not answer in time\\."_s,
-                   u"read after the late answer: error 7 Keychain error: The fake keyring refuses\\."_s};
+                   u"read: error: Keychain error: The keyring did not answer in time\\."_s,
+                   u"read after the late answer: error: Keychain error: The fake keyring refuses\\."_s};
     }
 
     void failures()

@@ -6,7 +6,7 @@
 #include <QTest>
 
 #include <cerrno>
-#include <memory>
+#include <optional>
 
 #include <unistd.h>
 
@@ -33,21 +33,14 @@ class TestLoginItem : public QObject
 {
     Q_OBJECT
 
-    std::unique_ptr<QTemporaryDir> temporary;
+    std::optional<QTemporaryDir> m_temporary;
 
-    QString path(const QString &name) const { return temporary->filePath(name); }
-    // Missing on purpose: registering makes it.
-    QString autostart() const { return path(u"config/autostart"_s); }
+    QString path(const QString &name) const { return m_temporary->filePath(name); }
 
 private Q_SLOTS:
-    void init()
-    {
-        temporary = std::make_unique<QTemporaryDir>();
-        QVERIFY(temporary->isValid());
-    }
-    void cleanup() { temporary.reset(); }
+    void init() { QVERIFY(m_temporary.emplace().isValid()); }
 
-    void registerWritesTheEntry_data()
+    void registerAndUnregister_data()
     {
         QTest::addColumn<QString>("program");
         QTest::addColumn<QString>("exec");
@@ -61,50 +54,34 @@ private Q_SLOTS:
         QTest::newRow("percent is no field code") << u"/opt/100%/glinta"_s << u"/opt/100%%/glinta"_s;
     }
 
-    void registerWritesTheEntry()
+    void registerAndUnregister()
     {
         QFETCH(QString, program);
         QFETCH(QString, exec);
 
-        LoginItem item(autostart(), program);
-        QCOMPARE(item.status(), LoginItem::Status::notRegistered);
+        // Missing on purpose: registering makes it.
+        const QString autostart = path(u"config/autostart"_s);
+        LoginItem item(autostart, program);
         item.registerItem();
         QCOMPARE(item.status(), LoginItem::Status::enabled);
-        QCOMPARE(readFile(autostart() + u"/glinta.desktop"_s),
-                 u"[Desktop Entry]\n"
-                 u"Type=Application\n"
-                 u"Name=Glinta\n"
-                 u"Comment=Your LibreLinkUp glucose reading in the system tray\n"
-                 u"Exec="_s +
+        QCOMPARE(readFile(item.filePath()),
+                 u"[Desktop Entry]\nType=Application\nName=Glinta\n"
+                 u"Comment=Your LibreLinkUp glucose reading in the system tray\nExec="_s +
                      exec +
-                     u"\n"
-                     u"Icon=com.nordvik.glinta\n"
-                     u"Terminal=false\n"
-                     u"X-GNOME-Autostart-enabled=true\n"
-                     u"NoDisplay=false\n"_s);
+                     u"\nIcon=com.nordvik.glinta\nTerminal=false\n"
+                     u"X-GNOME-Autostart-enabled=true\nNoDisplay=false\n"_s);
         // XDG: a directory an application makes is the user's alone.
-        const QFile::Permissions made = QFile::permissions(autostart());
-        QVERIFY(made.testFlags(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
-        QVERIFY(!(made & (QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup | QFile::ReadOther |
-                          QFile::WriteOther | QFile::ExeOther)));
-    }
+        QCOMPARE(QFile::permissions(autostart) & ~(QFile::ReadUser | QFile::WriteUser | QFile::ExeUser),
+                 QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 
-    void registerReplacesAndUnregisterRemoves()
-    {
-        LoginItem item(autostart(), u"/usr/bin/glinta"_s);
-        QVERIFY(QDir().mkpath(autostart()));
+        // Registering over an entry the desktop switched off switches it on again; already gone is success.
         QVERIFY(writeFile(item.filePath(), "[Desktop Entry]\nHidden=true\n"));
-        QCOMPARE(item.status(), LoginItem::Status::notRegistered);
-
-        // Registering over an entry the desktop switched off switches it on again.
         item.registerItem();
         QCOMPARE(item.status(), LoginItem::Status::enabled);
         item.unregisterItem();
-        QCOMPARE(item.status(), LoginItem::Status::notRegistered);
-        QVERIFY(!QFile::exists(item.filePath()));
-        // Already gone is success.
         item.unregisterItem();
-        QCOMPARE(QDir(autostart()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
+        QCOMPARE(item.status(), LoginItem::Status::notRegistered);
+        QCOMPARE(QDir(autostart).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
     }
 
     void statusReadsTheEntry_data()
@@ -114,15 +91,14 @@ private Q_SLOTS:
 
         const auto enabled = LoginItem::Status::enabled;
         const auto notRegistered = LoginItem::Status::notRegistered;
-        QTest::newRow("plain entry") << QByteArray("[Desktop Entry]\nType=Application\nExec=glinta\n")
-                                     << enabled;
-        QTest::newRow("hidden") << QByteArray("[Desktop Entry]\nExec=glinta\nHidden=true\n") << notRegistered;
-        QTest::newRow("hidden, spaced") << QByteArray("[Desktop Entry]\nHidden = true\n") << notRegistered;
+        QTest::newRow("plain entry") << "[Desktop Entry]\nType=Application\nExec=glinta\n"_ba << enabled;
+        QTest::newRow("hidden") << "[Desktop Entry]\nExec=glinta\nHidden=true\n"_ba << notRegistered;
+        QTest::newRow("hidden, spaced") << "[Desktop Entry]\nHidden = true\n"_ba << notRegistered;
         QTest::newRow("GNOME switch off")
-            << QByteArray("[Desktop Entry]\nX-GNOME-Autostart-enabled=false\n") << notRegistered;
+            << "[Desktop Entry]\nX-GNOME-Autostart-enabled=false\n"_ba << notRegistered;
         QTest::newRow("hidden in another group")
-            << QByteArray("[Desktop Entry]\nExec=glinta\n[Desktop Action quit]\nHidden=true\n") << enabled;
-        QTest::newRow("commented out") << QByteArray("[Desktop Entry]\n# Hidden=true\n") << enabled;
+            << "[Desktop Entry]\nExec=glinta\n[Desktop Action quit]\nHidden=true\n"_ba << enabled;
+        QTest::newRow("commented out") << "[Desktop Entry]\n# Hidden=true\n"_ba << enabled;
     }
 
     void statusReadsTheEntry()
@@ -130,7 +106,8 @@ private Q_SLOTS:
         QFETCH(QByteArray, contents);
         QFETCH(LoginItem::Status, status);
 
-        LoginItem item(temporary->path(), u"/usr/bin/glinta"_s);
+        LoginItem item(m_temporary->path(), u"/usr/bin/glinta"_s);
+        QCOMPARE(item.status(), LoginItem::Status::notRegistered);
         QVERIFY(writeFile(item.filePath(), contents));
         QCOMPARE(item.status(), status);
     }
@@ -165,6 +142,7 @@ private Q_SLOTS:
             QCOMPARE(error.description(), reason);
         }
         QCOMPARE(item.status(), LoginItem::Status::notRegistered);
+        // So that the temporary directory can go.
         QVERIFY(QFile::setPermissions(path(u"readonly"_s),
                                       QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
     }

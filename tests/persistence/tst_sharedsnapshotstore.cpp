@@ -1,3 +1,4 @@
+#include "DecodingError.h"
 #include "GlucoseSnapshot.h"
 #include "LogCapture.h"
 #include "SharedSnapshotStore.h"
@@ -8,11 +9,17 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QSet>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <limits>
 
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
@@ -21,9 +28,6 @@ using namespace glinta;
 namespace {
 
 using Store = SharedSnapshotStore;
-
-const QString unavailable =
-    u"The app group container K3R8WQ5N2D.com.nordvik.glinta is unavailable. Check the App Groups entitlement."_s;
 
 // Seconds since 2001-01-01 UTC, the file's own dates.
 QDateTime at(double seconds)
@@ -85,23 +89,118 @@ template <typename Call> QString errorOf(Call call)
     return {};
 }
 
+// The other process: reads the file in a tight loop until the stop file appears, then reports how the
+// reads went: whole snapshots, no file at that instant, or bytes that did not decode. It says "ready" after
+// its first good read.
+int readUntilStopped(const QString &path, const QString &stopPath)
+{
+    long long good = 0, missing = 0, bad = 0;
+    QSet<qint64> versions;
+    while (!QFileInfo::exists(stopPath)) {
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly)) {
+            ++missing;
+            continue;
+        }
+        try {
+            versions.insert(decodeSnapshot(file.readAll()).updatedAt.toMSecsSinceEpoch());
+            if (good++ == 0) {
+                std::puts("ready");
+                std::fflush(stdout);
+            }
+        } catch (const DecodingError &) {
+            ++bad;
+        }
+    }
+    std::printf("good=%lld missing=%lld bad=%lld versions=%lld\n", good, missing, bad,
+                static_cast<long long>(versions.size()));
+    return 0;
+}
+
+// A line at a time, so that a crash cannot take back what was said before it.
+void say(const char *key, const QString &value)
+{
+    std::printf("%s: %s\n", key, qPrintable(value));
+    std::fflush(stdout);
+}
+
+// Runs inside a private mount namespace, over a tiny tmpfs: "full-disk" or "read-only". Root ignores
+// permission bits (and CI runs as root), so only a real full disk or read-only mount will do. A crash or a
+// hang shows as a report cut short.
+int stageDiskFailure(const QString &scenario, const QString &scratch)
+{
+    const auto setupFailed = [](const char *step) {
+        std::printf("setup failed: %s: %s\n", step, std::strerror(errno));
+        return 3;
+    };
+    const char *options = scenario == u"full-disk" ? "size=64k" : "size=1m";
+    if (::mount("tmpfs", QFile::encodeName(scratch).constData(), "tmpfs", 0, options) != 0)
+        return setupFailed("mount tmpfs");
+    say("staged", u"ok"_s); // from here on, anything but the report below is a failure
+
+    const Store store(scratch);
+    const GlucoseSnapshot previous = sized(5, 1), next = sized(120, 2);
+    store.write(previous); // were this to throw, the report would end here
+    const QString container = QFileInfo(store.fileURL()).absolutePath();
+
+    QFile filler(scratch + u"/filler"_s);
+    if (scenario == u"full-disk") {
+        if (!filler.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
+            return setupFailed("open filler");
+        while (filler.write(QByteArray(4096, 'x')) == 4096) {
+        }
+    } else {
+        const QByteArray target = QFile::encodeName(container);
+        if (::mount(target.constData(), target.constData(), nullptr, MS_BIND, nullptr) != 0 ||
+            ::mount(nullptr, target.constData(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0)
+            return setupFailed("make container read-only");
+    }
+
+    const auto outcomeOf = [](auto call) {
+        const QString error = errorOf(call);
+        return error.isEmpty() ? u"ok"_s : error;
+    };
+    say("write", outcomeOf([&] { store.write(next); }));
+    if (scenario == u"read-only")
+        say("clear", outcomeOf([&] { store.clear(); }));
+    say("previous", store.read() == previous ? u"intact"_s : u"damaged"_s);
+    say("container", entries(container).join(u' '));
+    if (scenario == u"full-disk") {
+        filler.remove();
+        const QString rewritten = outcomeOf([&] { store.write(next); });
+        say("after freeing", rewritten + (store.read() == next ? u", read back"_s : u""_s));
+    }
+    return 0;
+}
+
 } // namespace
 
 class TestSharedSnapshotStore : public QObject
 {
     Q_OBJECT
 
+    QString runInNamespace(const QStringList &unshare, const QString &scenario)
+    {
+        QTemporaryDir scratch;
+        QProcess worker;
+        worker.setProcessChannelMode(QProcess::MergedChannels);
+        worker.start(unshare.first(),
+                     unshare.mid(1) + QStringList{QCoreApplication::applicationFilePath(),
+                                                  u"--in-namespace"_s, scenario, scratch.path()});
+        if (!worker.waitForFinished(30000))
+            worker.kill();
+        worker.waitForFinished();
+        return QString::fromLocal8Bit(worker.readAll()).trimmed();
+    }
+
 private Q_SLOTS:
+    // Lone surrogates in a name are escaped as in the login body (tst_llurecords).
     void encodedText()
     {
-        const auto check = [](const GlucoseSnapshot &snapshot, const QByteArray &text) {
-            QCOMPARE(encodeSnapshot(snapshot), text);
-            QVERIFY(decodeSnapshot(text) == snapshot);
-        };
         GlucoseSnapshot snapshot;
         snapshot.updatedAt = at(0);
-        check(
-            snapshot,
+        QCOMPARE(
+            encodeSnapshot(snapshot),
             R"({"history":[],"unit":"mg\/dL","targetLowMgPerDl":70,"targetHighMgPerDl":180,"updatedAt":0})");
 
         snapshot.latest = GlucoseReading{at(3570), 124, TrendArrow::steady, false, false};
@@ -109,38 +208,17 @@ private Q_SLOTS:
         snapshot.unit = GlucoseUnit::mmolPerL;
         snapshot.connectionName = u"Ana / Bo"_s;
         snapshot.updatedAt = at(3600);
-        check(snapshot, R"({"latest":{"date":3570,"mgPerDl":124,"trend":3,"isHigh":false,"isLow":false},)"
-                        R"("history":[{"date":2670.25,"mgPerDl":112.35,"isHigh":false,"isLow":true},)"
-                        R"({"date":3570,"mgPerDl":124,"trend":3,"isHigh":false,"isLow":false}],)"
-                        R"("unit":"mmol\/L","connectionName":"Ana \/ Bo","targetLowMgPerDl":70,)"
-                        R"("targetHighMgPerDl":180,"updatedAt":3600})");
-
-        // A name from the service may hold half a surrogate pair, which has no UTF-8 form; it is escaped.
-        snapshot = GlucoseSnapshot{};
-        snapshot.connectionName =
-            u"J\u00f6rg "_s + QChar(0xDE00) + QChar(0xD83D) + QChar(0xD83D) + QChar(0xDE00);
-        snapshot.updatedAt = at(0);
-        check(snapshot,
-              "{\"history\":[],\"unit\":\"mg\\/dL\",\"connectionName\":\"J\xc3\xb6rg \\ude00\\ud83d"
-              "\xf0\x9f\x98\x80\",\"targetLowMgPerDl\":70,\"targetHighMgPerDl\":180,\"updatedAt\":0}"_ba);
-    }
-
-    void decodeRejects()
-    {
-        const QByteArray base =
-            R"({"history":[{"date":1,"mgPerDl":100,"isHigh":false,"isLow":false}],)"
-            R"("unit":"mg/dL","targetLowMgPerDl":70,"targetHighMgPerDl":180,"updatedAt":0})";
-        QCOMPARE(decodeSnapshot(base).history.size(), 1);
-        const auto decodeWith = [&](const char *from, const char *to) {
-            return errorOf([&] { decodeSnapshot(QByteArray(base).replace(from, to)); });
-        };
-        QCOMPARE(decodeWith(R"("mg/dL")", R"("mmol")"),
+        const QByteArray text =
+            R"({"latest":{"date":3570,"mgPerDl":124,"trend":3,"isHigh":false,"isLow":false},)"
+            R"("history":[{"date":2670.25,"mgPerDl":112.35,"isHigh":false,"isLow":true},)"
+            R"({"date":3570,"mgPerDl":124,"trend":3,"isHigh":false,"isLow":false}],)"
+            R"("unit":"mmol\/L","connectionName":"Ana \/ Bo","targetLowMgPerDl":70,)"
+            R"("targetHighMgPerDl":180,"updatedAt":3600})";
+        QCOMPARE(encodeSnapshot(snapshot), text);
+        QVERIFY(decodeSnapshot(text) == snapshot);
+        // A reading's members are tst_glucosevalues' rows; the unit is the file's own.
+        QCOMPARE(errorOf([&] { decodeSnapshot(QByteArray(text).replace("mmol\\/L", "mmol")); }),
                  uR"(The snapshot file has a string for "unit" (expected "mg/dL" or "mmol/L").)"_s);
-        QCOMPARE(
-            decodeWith(R"(false}],)", R"(false,"trend":0}],)"),
-            uR"(The snapshot file has the number 0 for "history[0].trend" (expected a trend from 1 to 5).)"_s);
-        QCOMPARE(decodeWith(R"("history":)", R"("h":)"),
-                 uR"(The snapshot file is missing "history" (expected an array).)"_s);
     }
 
     // The reader would refuse what these would write; encoding comes before the container is looked up.
@@ -233,6 +311,8 @@ private Q_SLOTS:
         putFile(temporary.filePath(Store::containerIdentifier), "x");
         const Store store(parent.isEmpty() ? QString() : temporary.filePath(parent));
 
+        const QString unavailable = u"The app group container K3R8WQ5N2D.com.nordvik.glinta is unavailable. "
+                                    u"Check the App Groups entitlement."_s;
         QCOMPARE(errorOf([&] { store.fileURL(); }), unavailable);
         QCOMPARE(errorOf([&] { store.write(sized(1, 1)); }), unavailable);
         QCOMPARE(errorOf([&] { store.clear(); }), unavailable);
@@ -250,8 +330,7 @@ private Q_SLOTS:
 
         QProcess reader;
         reader.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        reader.start(QCoreApplication::applicationDirPath() + u"/snapshot_reader"_s,
-                     {store.fileURL(), stopFile});
+        reader.start(QCoreApplication::applicationFilePath(), {u"--read"_s, store.fileURL(), stopFile});
         QVERIFY2(reader.waitForStarted(), qPrintable(reader.errorString()));
         QVERIFY(reader.waitForReadyRead(20000));
         QCOMPARE(reader.readLine().trimmed(), "ready"_ba);
@@ -268,7 +347,58 @@ private Q_SLOTS:
         QVERIFY2(match.hasMatch() && match.captured(1).toLongLong() >= 200 && match.captured(2).toInt() >= 20,
                  qPrintable(report));
     }
+    // The previous snapshot stays whole and no temporary file is left behind.
+    void diskFailure_data()
+    {
+        QTest::addColumn<QString>("scenario");
+        QTest::addColumn<QStringList>("report");
+        QTest::newRow("full disk")
+            << u"full-disk"_s
+            << QStringList{u"write: Could not write the widget snapshot: No space left on device."_s,
+                           u"previous: intact"_s, u"container: glucose-snapshot.json"_s,
+                           u"after freeing: ok, read back"_s};
+        QTest::newRow("read-only directory")
+            << u"read-only"_s
+            << QStringList{u"write: Could not write the widget snapshot: Read-only file system."_s,
+                           u"clear: Could not remove the widget snapshot: Read-only file system."_s,
+                           u"previous: intact"_s, u"container: glucose-snapshot.json"_s};
+    }
+
+    void diskFailure()
+    {
+        QFETCH(QString, scenario);
+        QFETCH(QStringList, report);
+        const QString unshare = QStandardPaths::findExecutable(u"unshare"_s);
+        if (unshare.isEmpty())
+            QSKIP("unshare(1) is not installed, so no private mount namespace can stage a full disk");
+        // Root can mount in a plain new namespace; anyone else needs a user namespace too.
+        QStringList reasons;
+        for (const QStringList &user : {QStringList(), QStringList{u"-r"_s}}) {
+            const QStringList command =
+                QStringList{unshare} + user + QStringList{u"-m"_s, u"--propagation"_s, u"private"_s};
+            const QString output = runInNamespace(command, scenario);
+            if (output.startsWith(u"staged: ok\n"_s)) {
+                QCOMPARE(output.split(u'\n').mid(1), report);
+                return;
+            }
+            reasons += command.join(u' ') + u": "_s + output.section(u'\n', -1);
+        }
+        QSKIP(qPrintable(
+            u"No private mount namespace with a tmpfs can be made here, so a full disk and a read-only "
+            u"directory cannot be staged ("_s +
+            reasons.join(u"; "_s) + u")"_s));
+    }
 };
 
-QTEST_GUILESS_MAIN(TestSharedSnapshotStore)
+int main(int argc, char *argv[])
+{
+    if (argc == 4 && std::strcmp(argv[1], "--read") == 0)
+        return readUntilStopped(QString::fromLocal8Bit(argv[2]), QString::fromLocal8Bit(argv[3]));
+    if (argc == 4 && std::strcmp(argv[1], "--in-namespace") == 0)
+        return stageDiskFailure(QString::fromLocal8Bit(argv[2]), QString::fromLocal8Bit(argv[3]));
+    QCoreApplication app(argc, argv);
+    TestSharedSnapshotStore test;
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "tst_sharedsnapshotstore.moc"

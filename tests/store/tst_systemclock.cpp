@@ -1,6 +1,5 @@
 #include "Clock.h"
 #include "LogCapture.h"
-#include "ManualClock.h"
 
 #include <QElapsedTimer>
 #include <QProcess>
@@ -150,31 +149,6 @@ private Q_SLOTS:
         QCOMPARE(child.exitCode(), 0);
     }
 #endif
-
-    // The test clock: sleeps end in deadline order, then in the order they began, and never synchronously.
-    void manualClockOrder()
-    {
-        auto clock = std::make_unique<ManualClock>(ManualClock::Mode::manual);
-        const QDateTime start = clock->now();
-        // The fifth is zero and the sixth cancelled from the start: both end unasked.
-        Sleepers sleepers(*clock, {30s, 10s, 20s, 20s, 0s, 5s, 1h}, 5);
-        QCOMPARE(sleepers.order, QList<int>());
-        QCoreApplication::processEvents();
-        QCOMPARE(sleepers.order, (QList<int>{4, 5}));
-        clock->jump(19s);
-        QCoreApplication::processEvents();
-        QCOMPARE(sleepers.order, (QList<int>{4, 5, 1}));
-        clock->jump(11s);
-        QCOMPARE(sleepers.order, (QList<int>{4, 5, 1}));
-        QCoreApplication::processEvents();
-        QCOMPARE(sleepers.order, (QList<int>{4, 5, 1, 2, 3, 0}));
-        QCOMPARE(sleepers.endedAt[5], -1);
-        QCOMPARE(clock->pendingSleeps(), 1);
-        QCOMPARE(clock->now(), start.addSecs(30));
-        clock.reset(); // ends what still waits
-        QCoreApplication::processEvents();
-        QCOMPARE(sleepers.endedAt[6], -1);
-    }
 };
 
 QTEST_GUILESS_MAIN(TestSystemClock)

@@ -17,13 +17,6 @@ using namespace glinta;
 
 namespace {
 
-// A reading 850 s old at the clock's start: fresh now, stale after the first minute tick.
-GlucoseSnapshot published(const ManualClock &clock)
-{
-    const GlucoseReading latest{clock.now().addSecs(-850), 124, TrendArrow::rising, false, false};
-    return {latest, {latest}, GlucoseUnit::mgPerDl, u"Ana"_s, 70, 180, clock.now().addSecs(-840)};
-}
-
 // One provider over a private container, recording every entry it says.
 struct Timeline
 {
@@ -38,7 +31,13 @@ struct Timeline
         QObject::connect(provider.get(), &TimelineProvider::entryChanged,
                          [this](const GlucoseEntry &entry) { entries.append(entry); });
     }
-    QString filePath() const { return store.fileURL(); }
+
+    // A reading 850 s old at the clock's start: fresh now, stale after the first minute tick.
+    GlucoseSnapshot published() const
+    {
+        const GlucoseReading latest{clock.now().addSecs(-850), 124, TrendArrow::rising, false, false};
+        return {latest, {latest}, GlucoseUnit::mgPerDl, u"Ana"_s, 70, 180, clock.now().addSecs(-840)};
+    }
 };
 
 } // namespace
@@ -51,148 +50,99 @@ private Q_SLOTS:
     // A cancelled sleep ends on the next event-loop turn; without one the last test's task would leak.
     void cleanup() { QCoreApplication::sendPostedEvents(); }
 
-    void blankLooksAgainAfterAMinute_data();
-    void blankLooksAgainAfterAMinute();
-    void reloadReadsAtOnce_data();
-    void reloadReadsAtOnce();
-    void minuteTicksMakeTheDataStale();
-    void readsAgainWithoutAReload();
-    void destroyedWhileWaiting();
-    void reloadSignalOverTheSessionBus();
-};
-
-void TimelineProviderTest::blankLooksAgainAfterAMinute_data()
-{
-    QTest::addColumn<std::optional<QByteArray>>("file");
-    QTest::addColumn<bool>("logged");
-
-    QTest::newRow("no file") << std::optional<QByteArray>() << false;
-    QTest::newRow("not JSON") << std::optional<QByteArray>("garbage") << true;
-    QTest::newRow("cut short") << std::optional<QByteArray>(R"({"history":[],"unit":"mg\/dL","targ)") << true;
-    QTest::newRow("keys missing") << std::optional<QByteArray>("{}") << true;
-}
-
-void TimelineProviderTest::blankLooksAgainAfterAMinute()
-{
-    QFETCH(std::optional<QByteArray>, file);
-    QFETCH(bool, logged);
-    Timeline timeline;
-    if (file) {
-        QFile out(timeline.filePath());
-        QVERIFY(out.open(QIODevice::WriteOnly) && out.write(*file) == file->size());
+    // Blank at start: published while the widget was not listening, no reload comes and the minute tick
+    // finds it. A reload reads at once, whether it brings a sign-out or new data.
+    void blankLooksAgainAndReloadReadsAtOnce_data()
+    {
+        QTest::addColumn<QByteArray>("file"); // empty: none
+        QTest::newRow("no file") << QByteArray();
+        QTest::newRow("not JSON") << QByteArray("garbage");
     }
-    if (logged)
-        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression(u"^Could not read the widget snapshot"_s));
 
-    const QDateTime start = timeline.clock.now();
-    timeline.provider->start();
-    QCOMPARE(timeline.entries.size(), 1);
-    QCOMPARE(timeline.entries[0].date, start);
-    QVERIFY(!timeline.entries[0].snapshot);
+    void blankLooksAgainAndReloadReadsAtOnce()
+    {
+        QFETCH(QByteArray, file);
+        Timeline timeline;
+        QFile out(timeline.store.fileURL());
+        if (!file.isEmpty()) {
+            QVERIFY(out.open(QIODevice::WriteOnly) && out.write(file) == file.size());
+            out.close();
+            QTest::ignoreMessage(QtCriticalMsg, QRegularExpression(u"^Could not read the widget snapshot"_s));
+        }
+        const QDateTime start = timeline.clock.now();
+        timeline.provider->start();
+        QCOMPARE(timeline.entries.size(), 1);
+        QCOMPARE(timeline.entries[0].date, start);
+        QVERIFY(!timeline.entries[0].snapshot);
 
-    // Published while the widget was not listening: no reload comes, the minute tick finds it.
-    const GlucoseSnapshot snapshot = published(timeline.clock);
-    timeline.store.write(snapshot);
-    timeline.clock.advance(60s);
-    QTRY_COMPARE(timeline.entries.size(), 2);
-    QCOMPARE(timeline.entries[1].date, start.addSecs(60));
-    QCOMPARE(timeline.entries[1].snapshot, std::optional(snapshot));
-}
-
-void TimelineProviderTest::reloadReadsAtOnce_data()
-{
-    QTest::addColumn<bool>("publishedBefore");
-    QTest::addColumn<bool>("publishedAfter");
-
-    QTest::newRow("publish") << false << true;
-    QTest::newRow("sign-out") << true << false;
-}
-
-void TimelineProviderTest::reloadReadsAtOnce()
-{
-    QFETCH(bool, publishedBefore);
-    QFETCH(bool, publishedAfter);
-    Timeline timeline;
-    const GlucoseSnapshot snapshot = published(timeline.clock);
-    if (publishedBefore)
+        const GlucoseSnapshot snapshot = timeline.published();
         timeline.store.write(snapshot);
-    timeline.provider->start();
-    QCOMPARE(timeline.entries.size(), 1);
-    QCOMPARE(timeline.entries[0].snapshot.has_value(), publishedBefore);
-
-    if (publishedAfter)
-        timeline.store.write(snapshot);
-    else
-        timeline.store.clear();
-    timeline.clock.advance(7s);
-    timeline.provider->reload();
-    QCOMPARE(timeline.entries.size(), 2);
-    QCOMPARE(timeline.entries[1].date, timeline.clock.now());
-    QCOMPARE(timeline.entries[1].snapshot.has_value(), publishedAfter);
-}
-
-void TimelineProviderTest::minuteTicksMakeTheDataStale()
-{
-    Timeline timeline;
-    timeline.store.write(published(timeline.clock));
-    timeline.provider->start();
-    timeline.clock.advance(60s);
-    QTRY_COMPARE(timeline.entries.size(), 2);
-    timeline.clock.advance(60s);
-    QTRY_COMPARE(timeline.entries.size(), 3);
-
-    QStringList lines;
-    for (const GlucoseEntry &entry : std::as_const(timeline.entries))
-        lines += statusLine(entry, StatusLineFormat::plain);
-    QCOMPARE(lines, QStringList({u"124 ↗"_s, u"124 ↗ \u26A0\uFE0E"_s, u"124 ↗ \u26A0\uFE0E"_s}));
-    QCOMPARE(timeline.entries[2].date, timeline.entries[0].date.addSecs(120));
-}
-
-// Without a session bus no reload ever arrives: a shown snapshot is still replaced within a quarter hour.
-void TimelineProviderTest::readsAgainWithoutAReload()
-{
-    Timeline timeline;
-    timeline.store.write(published(timeline.clock));
-    timeline.provider->start();
-    timeline.store.clear();
-    for (int tick = 1; tick < TimelineProvider::ticksBetweenReads; ++tick) {
         timeline.clock.advance(60s);
-        QTRY_COMPARE(timeline.entries.size(), tick + 1);
-        QVERIFY(timeline.entries.last().snapshot);
+        QTRY_COMPARE(timeline.entries.size(), 2);
+        QCOMPARE(timeline.entries[1].date, start.addSecs(60));
+        QCOMPARE(timeline.entries[1].snapshot, std::optional(snapshot));
+
+        timeline.store.clear();
+        timeline.clock.advance(7s);
+        timeline.provider->reload();
+        QCOMPARE(timeline.entries.size(), 3);
+        QCOMPARE(timeline.entries[2].date, start.addSecs(67));
+        QVERIFY(!timeline.entries[2].snapshot);
+        timeline.store.write(snapshot);
+        timeline.provider->reload();
+        QCOMPARE(timeline.entries.size(), 4);
+        QCOMPARE(timeline.entries[3].snapshot, std::optional(snapshot));
     }
-    timeline.clock.advance(60s);
-    QTRY_COMPARE(timeline.entries.size(), TimelineProvider::ticksBetweenReads + 1);
-    QVERIFY(!timeline.entries.last().snapshot);
-}
 
-void TimelineProviderTest::destroyedWhileWaiting()
-{
-    Timeline timeline;
-    timeline.provider->start();
-    timeline.provider.reset();
-    QCOMPARE(timeline.clock.pendingSleeps(), 0);
-    timeline.clock.advance(60s);
-    QTest::qWait(10);
-    QCOMPARE(timeline.entries.size(), 1);
-}
+    // An entry a minute, so the stale mark comes on time without new data; the file is read again within a
+    // quarter hour even when no reload ever arrives (no session bus).
+    void minuteTicks()
+    {
+        Timeline timeline;
+        timeline.store.write(timeline.published());
+        timeline.provider->start();
+        timeline.store.clear();
+        for (int tick = 1; tick < TimelineProvider::ticksBetweenReads; ++tick) {
+            timeline.clock.advance(60s);
+            QTRY_COMPARE(timeline.entries.size(), tick + 1);
+            QVERIFY(timeline.entries.last().snapshot);
+            QCOMPARE(timeline.entries.last().date, timeline.entries[0].date.addSecs(60 * tick));
+        }
+        QCOMPARE(statusLine(timeline.entries[0], StatusLineFormat::plain), u"124 ↗"_s);
+        QCOMPARE(statusLine(timeline.entries[1], StatusLineFormat::plain), u"124 ↗ \u26A0\uFE0E"_s);
+        timeline.clock.advance(60s);
+        QTRY_COMPARE(timeline.entries.size(), TimelineProvider::ticksBetweenReads + 1);
+        QVERIFY(!timeline.entries.last().snapshot);
+    }
 
-void TimelineProviderTest::reloadSignalOverTheSessionBus()
-{
-    if (!QDBusConnection::sessionBus().isConnected())
-        QSKIP("No session bus");
-    Timeline timeline;
-    WidgetReloadListener listener;
-    QVERIFY(listener.isListening());
-    QObject::connect(&listener, &WidgetReloadListener::reloadRequested, timeline.provider.get(),
-                     &TimelineProvider::reload);
-    timeline.provider->start();
+    void destroyedWhileWaiting()
+    {
+        Timeline timeline;
+        timeline.provider->start();
+        timeline.provider.reset();
+        QCOMPARE(timeline.clock.pendingSleeps(), 0);
+        timeline.clock.advance(60s);
+        QTest::qWait(10);
+        QCOMPARE(timeline.entries.size(), 1);
+    }
 
-    const GlucoseSnapshot snapshot = published(timeline.clock);
-    timeline.store.write(snapshot);
-    WidgetReloader().reloadAllTimelines();
-    QTRY_COMPARE_WITH_TIMEOUT(timeline.entries.size(), 2, 1000);
-    QCOMPARE(timeline.entries[1].snapshot, std::optional(snapshot));
-}
+    void reloadSignalOverTheSessionBus()
+    {
+        if (!QDBusConnection::sessionBus().isConnected())
+            QSKIP("No session bus");
+        Timeline timeline;
+        WidgetReloadListener listener;
+        QVERIFY(listener.isListening());
+        QObject::connect(&listener, &WidgetReloadListener::reloadRequested, timeline.provider.get(),
+                         &TimelineProvider::reload);
+        timeline.provider->start();
+        const GlucoseSnapshot snapshot = timeline.published();
+        timeline.store.write(snapshot);
+        WidgetReloader().reloadAllTimelines();
+        QTRY_COMPARE_WITH_TIMEOUT(timeline.entries.size(), 2, 1000);
+        QCOMPARE(timeline.entries[1].snapshot, std::optional(snapshot));
+    }
+};
 
 QTEST_GUILESS_MAIN(TimelineProviderTest)
 #include "tst_timelineprovider.moc"
