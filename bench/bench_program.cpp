@@ -3,29 +3,23 @@
 // Runs on whatever platform Qt picks: offscreen counts the CPU alone, xcb (inside
 // scripts/headless-session.sh) adds what talking to an X server costs. CPU times are the whole process's,
 // so the network thread counts too; glinta-sim runs in a process of its own and does not.
-#include "Clock.h"
+#include "BenchRig.h"
 #include "GlucoseChartView.h"
 #include "GlucosePanelView.h"
 #include "GlucoseStore.h"
 #include "ImageExport.h"
-#include "MemoryKeychain.h"
 #include "MenuBarLabel.h"
 #include "Preferences.h"
-#include "SharedSnapshotStore.h"
-#include "SimulatorProcess.h"
 #include "StatusItem.h"
-#include "WidgetReloader.h"
 #include "WindowRegistry.h"
 
 #include <QApplication>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QNetworkAccessManager>
 #include <QSettings>
 #include <QTemporaryDir>
 
 #include <benchmark/benchmark.h>
-#include <qcoro/qcorotask.h>
 
 #include <memory>
 
@@ -34,20 +28,11 @@ using namespace glinta;
 
 namespace {
 
-class WallClock : public Clock
-{
-public:
-    QDateTime now() const override { return QDateTime::currentDateTimeUtc(); }
-    QCoro::Task<void> sleep(std::chrono::milliseconds, CancellationToken) override { co_return; }
-};
-
 // Notes when a widget has been painted; the paint is over once the event loop returns to the caller.
 class PaintWatch : public QObject
 {
 public:
     explicit PaintWatch(QWidget *widget) : m_widget(widget) { widget->installEventFilter(this); }
-    bool painted() const { return m_painted; }
-    void reset() { m_painted = false; }
 
     // Runs the event loop until the widget has been painted, at most `timeoutMs`.
     bool waitForPaint(int timeoutMs = 5000)
@@ -81,155 +66,97 @@ struct Shell
     std::unique_ptr<MenuBarLabel> label;
     std::unique_ptr<StatusItem> statusItem;
 
-    // The dashboard, and its chart, exist only while the store is signed in.
+    // The panel is made when first shown; its dashboard, and the chart, exist only while signed in.
     GlucoseChartView *chart() const { return statusItem->panelWindow()->findChild<GlucoseChartView *>(); }
 
     void build(GlucoseStore *store, Preferences *prefs)
     {
-        auto *panel = new GlucosePanelView(store, prefs, nullptr, false, &windows);
         label = std::make_unique<MenuBarLabel>(store, prefs);
-        statusItem = std::make_unique<StatusItem>(label.get(), panel);
+        statusItem = std::make_unique<StatusItem>(label.get(), [this, store, prefs] {
+            return new GlucosePanelView(store, prefs, nullptr, false, &windows);
+        });
     }
 };
 
-struct LiveRig
+// The store over glinta-sim with the program's parts around it.
+struct LiveRig : BenchRig
 {
-    SimulatorProcess simulator;
-    QTemporaryDir directory;
-    QNetworkAccessManager network;
-    std::unique_ptr<LibreLinkUpClient> client;
-    MemoryKeychain keychain;
-    std::unique_ptr<SharedSnapshotStore> snapshots;
-    std::unique_ptr<Preferences> preferences;
-    WidgetReloader widgets;
-    WallClock clock;
-    std::unique_ptr<GlucoseStore> store;
     Shell shell;
 
-    LiveRig()
-    {
-        client = std::make_unique<LibreLinkUpClient>(&network, simulator.endpoints());
-        snapshots = std::make_unique<SharedSnapshotStore>(directory.path());
-        preferences = std::make_unique<Preferences>(
-            std::make_unique<QSettings>(directory.filePath(u"glinta.conf"_s), QSettings::IniFormat));
-        preferences->setLibreLinkUpEmail(u"ann@example.com"_s);
-        QCoro::waitFor(keychain.savePassword(u"correct horse"_s, u"ann@example.com"_s));
-        store = std::make_unique<GlucoseStore>(
-            GlucoseStore::Services{client.get(), &keychain, snapshots.get(), preferences.get(), &widgets,
-                                   &clock, BuildInfo::current()});
-        shell.build(store.get(), preferences.get());
-    }
-    ~LiveRig()
-    {
-        shell.statusItem.reset();
-        store.reset();
-    }
+    LiveRig() { shell.build(&store(), &preferences()); }
+    ~LiveRig() { shell.statusItem.reset(); }
 
-    // The first cycle signs in and learns the patient: set-up, not what is measured.
-    bool signIn()
-    {
-        QCoro::waitFor(store->refresh());
-        return store->status().kind == GlucoseStore::Status::Kind::active;
-    }
-
-    // Out of line so that a profile can be limited to the measured work:
-    // valgrind --tool=callgrind --toggle-collect='*LiveRig::cycle*' --toggle-collect='*LiveRig::redraw*'
-    [[gnu::noinline]] bool cycle()
-    {
-        QCoro::waitFor(store->refresh());
-        return store->status().kind == GlucoseStore::Status::Kind::active;
-    }
-
-    // What follows a cycle on screen: the status item's icon drawn again in all its sizes (the title's
+    // What follows a cycle on screen: the status item's icon drawn again at the tray's size (the title's
     // own signal, so the program's code path) and the whole open panel, chart included, painted now.
+    // Out of line, as BenchRig::cycle is, for a profile: --toggle-collect='*LiveRig::redraw*'
     [[gnu::noinline]] void redraw()
     {
         Q_EMIT shell.label->titleChanged();
         shell.statusItem->panelWindow()->repaint();
         QCoreApplication::processEvents();
     }
+
+    // Signed in, with the panel shown on its chart; when either fails the benchmark is skipped.
+    bool openPanel(benchmark::State &state)
+    {
+        if (!signIn(state))
+            return false;
+        shell.statusItem->showPanel();
+        if (shell.chart())
+            return true;
+        state.SkipWithError("the signed-in panel has no chart");
+        return false;
+    }
 };
+
+// How the three cycle figures are taken, alike so that they can be set beside each other: one cycle a
+// repetition, the whole process's CPU, only the aggregates printed.
+void perCycle(benchmark::internal::Benchmark *bench)
+{
+    bench->Iterations(1)->Repetitions(200)->ReportAggregatesOnly(true);
+    bench->MeasureProcessCPUTime()->Unit(benchmark::kMicrosecond);
+}
 
 void BM_CycleWithViews(benchmark::State &state)
 {
     LiveRig rig;
-    if (!rig.signIn()) {
-        state.SkipWithError("the first cycle failed");
+    if (!rig.openPanel(state))
         return;
-    }
-    rig.shell.statusItem->showPanel();
-    if (!rig.shell.chart()) {
-        state.SkipWithError("the signed-in panel has no chart");
-        return;
-    }
     PaintWatch watch(rig.shell.chart());
     if (!watch.waitForPaint()) {
         state.SkipWithError("the panel's chart never painted");
         return;
     }
     for (auto _ : state) {
-        if (!rig.cycle()) {
-            state.SkipWithError(qPrintable(rig.store->status().message));
+        if (!rig.cycle(state))
             return;
-        }
         rig.redraw();
     }
-    state.counters["history_points"] = static_cast<double>(rig.store->history().size());
+    state.counters["history_points"] = static_cast<double>(rig.store().history().size());
 }
-BENCHMARK(BM_CycleWithViews)
-    ->Iterations(1)
-    ->Repetitions(200)
-    ->ReportAggregatesOnly(true)
-    ->MeasureProcessCPUTime()
-    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_CycleWithViews)->Apply(perCycle);
 
 // The same cycle with the panel closed and no redraw: the store's share, and the figure to set beside
 // another client's single read.
 void BM_CycleStoreOnly(benchmark::State &state)
 {
     LiveRig rig;
-    if (!rig.signIn()) {
-        state.SkipWithError("the first cycle failed");
-        return;
-    }
-    for (auto _ : state) {
-        if (!rig.cycle()) {
-            state.SkipWithError(qPrintable(rig.store->status().message));
-            return;
-        }
-    }
+    rig.timeCycles(state);
 }
-BENCHMARK(BM_CycleStoreOnly)
-    ->Iterations(1)
-    ->Repetitions(200)
-    ->ReportAggregatesOnly(true)
-    ->MeasureProcessCPUTime()
-    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_CycleStoreOnly)->Apply(perCycle);
 
 // The redraw alone, without the request: which half of a cycle costs what.
 void BM_RedrawOnly(benchmark::State &state)
 {
     LiveRig rig;
-    if (!rig.signIn()) {
-        state.SkipWithError("the first cycle failed");
+    if (!rig.openPanel(state))
         return;
-    }
-    rig.shell.statusItem->showPanel();
-    if (!rig.shell.chart()) {
-        state.SkipWithError("the signed-in panel has no chart");
-        return;
-    }
     PaintWatch watch(rig.shell.chart());
     watch.waitForPaint();
     for (auto _ : state)
         rig.redraw();
 }
-BENCHMARK(BM_RedrawOnly)
-    ->Iterations(1)
-    ->Repetitions(200)
-    ->ReportAggregatesOnly(true)
-    ->MeasureProcessCPUTime()
-    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_RedrawOnly)->Apply(perCycle);
 
 // A click on the icon: the panel, built at start-up as the program builds it, shown until its chart has
 // been painted. Arg 0 is the first opening (polish and layout included), 1 a later one.
@@ -243,25 +170,23 @@ void BM_PanelOpen(benchmark::State &state)
         shell.preferences = std::make_unique<Preferences>(
             std::make_unique<QSettings>(shell.directory.filePath(u"glinta.conf"_s), QSettings::IniFormat));
         shell.build(store.get(), shell.preferences.get());
-        if (!shell.chart()) {
-            state.SkipWithError("the panel has no chart");
-            return;
-        }
-        PaintWatch watch(shell.chart());
         QCoreApplication::processEvents();
         if (reopen) {
             shell.statusItem->showPanel();
-            watch.waitForPaint();
+            if (!shell.chart() || !PaintWatch(shell.chart()).waitForPaint()) {
+                state.SkipWithError("the panel's chart was never painted");
+                return;
+            }
             shell.statusItem->panelWindow()->hide();
             QCoreApplication::processEvents();
-            watch.reset();
         }
         state.ResumeTiming();
 
+        // The first opening makes the panel: the chart is there once showPanel() returns, not yet painted.
         QElapsedTimer elapsed;
         elapsed.start();
         shell.statusItem->showPanel();
-        const bool painted = watch.waitForPaint();
+        const bool painted = shell.chart() && PaintWatch(shell.chart()).waitForPaint();
         state.SetIterationTime(static_cast<double>(elapsed.nsecsElapsed()) / 1e9);
 
         state.PauseTiming();

@@ -241,7 +241,9 @@ if wanted idle; then
   say "glinta: where the resident memory is (MiB by mapping, largest first; [anon] is the heap and the like)"
   awk '/^[0-9a-f]+-[0-9a-f]+ / { name = NF >= 6 ? $6 : "[anon]"; sub(".*/", "", name) }
        /^Rss:/ { rss[name] += $2 } END { for (n in rss) printf "%8.1f %s\n", rss[n] / 1024, n }' \
-    "/proc/$glinta_pid/smaps" | sort -rn | head -n 15
+    "/proc/$glinta_pid/smaps" | sort -rn | head -n 60
+  say "glinta: resident MiB by kind of mapping: $(awk '/^[0-9a-f]+-[0-9a-f]+ / { kind = (NF >= 6 && $6 ~ /^\//) ? "file " $2 : "anon " $2 }
+       /^Rss:/ { rss[kind] += $2 } END { for (k in rss) printf "%s %.1f  ", k, rss[k] / 1024 }' "/proc/$glinta_pid/smaps")"
   say "glinta: $(awk '$1 ~ /^(Rss|Pss|Anonymous|Shared_Clean|Private_Clean|Private_Dirty):$/ {
     printf "%s %.1f MiB  ", $1, $2 / 1024 }' "/proc/$glinta_pid/smaps_rollup")"
   if [[ -n $npm_client ]]; then

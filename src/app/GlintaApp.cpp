@@ -113,10 +113,12 @@ GlintaApp::GlintaApp(Environment environment, QObject *parent) : QObject(parent)
     m_windows->declare(u"about"_s, u"About Glinta"_s,
                        [build = environment.build] { return new AboutView(build); });
 
-    auto *panel = new GlucosePanelView(store, m_preferences.get(), m_updater.get(), false, windows);
-    connect(panel, &GlucosePanelView::quitRequested, this, &GlintaApp::quitRequested);
     m_label = std::make_unique<MenuBarLabel>(store, m_preferences.get());
-    m_statusItem = std::make_unique<StatusItem>(m_label.get(), panel);
+    m_statusItem = std::make_unique<StatusItem>(m_label.get(), [this, store, windows] {
+        auto *panel = new GlucosePanelView(store, m_preferences.get(), m_updater.get(), false, windows);
+        connect(panel, &GlucosePanelView::quitRequested, this, &GlintaApp::quitRequested);
+        return panel;
+    });
     connect(m_statusItem.get(), &StatusItem::fallbackWindowClosed, this, &GlintaApp::quitRequested);
     // Queued: the export is a launch task of its own, not part of showing the item.
     connect(m_statusItem.get(), &StatusItem::firstShown, this, &GlintaApp::runLaunchTask,

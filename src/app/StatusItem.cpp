@@ -1,7 +1,7 @@
 #include "StatusItem.h"
 
 #include "Logging.h"
-#include "TrayIconPainter.h"
+#include "TrayIconEngine.h"
 #include "WindowRegistry.h"
 
 #include <QApplication>
@@ -19,8 +19,6 @@ namespace glinta {
 
 namespace {
 
-// Tray hosts pick the size they draw; offer the common ones so none has to scale a picture.
-constexpr int iconSizes[] = {16, 22, 24, 32, 48, 64};
 constexpr auto reopenGuard = 300ms;
 
 // The tray's background is not ours to read. GNOME-family top bars are dark whatever the theme; elsewhere
@@ -37,8 +35,9 @@ QColor trayInk()
 
 } // namespace
 
-StatusItem::StatusItem(MenuBarLabel *label, QWidget *panel, QObject *parent)
-    : QObject(parent), m_label(label), m_window(new QFrame(nullptr, Qt::Popup))
+StatusItem::StatusItem(MenuBarLabel *label, std::function<QWidget *()> makePanel, QObject *parent)
+    : QObject(parent), m_label(label), m_makePanel(std::move(makePanel)),
+      m_window(new QFrame(nullptr, Qt::Popup))
 {
     m_window->setObjectName(u"panel"_s);
     m_window->setWindowTitle(u"Glinta"_s);
@@ -47,7 +46,6 @@ StatusItem::StatusItem(MenuBarLabel *label, QWidget *panel, QObject *parent)
     auto *layout = new QVBoxLayout(m_window);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSizeConstraint(QLayout::SetFixedSize);
-    layout->addWidget(panel);
     m_window->installEventFilter(this);
 
     connect(label, &MenuBarLabel::titleChanged, this, &StatusItem::updateIcon);
@@ -75,18 +73,10 @@ void StatusItem::updateIcon()
     if (!m_label)
         return;
     const MenuBarTitle title = m_label->title();
-    const QColor ink = trayInk();
-    const QScreen *screen = QGuiApplication::primaryScreen();
-    const qreal ratio = screen ? screen->devicePixelRatio() : 1.0;
-    QIcon icon;
-    for (const int size : iconSizes) {
-        QImage image = paintTrayIcon(title, size, ratio, ink);
-        // QIcon keys its pixmaps by pixel size; at a ratio above 1 each size gets its sharp picture.
-        icon.addPixmap(QPixmap::fromImage(std::move(image)));
-    }
-    m_tray.setIcon(icon);
+    m_tray.setIcon(QIcon(new TrayIconEngine(title, trayInk())));
     m_tray.setToolTip(toolTip(title));
-    // Start-up benchmarks time exec to this line (QT_LOGGING_RULES="com.nordvik.glinta.App.debug=true").
+    // Start-up benchmarks time exec to this line (QT_LOGGING_RULES="com.nordvik.glinta.App.debug=true");
+    // the tray draws the icon when it next paints.
     if (!title.showsSymbol && !std::exchange(m_shownReading, true))
         qCDebug(lcApp, "First title shown");
 }
@@ -145,8 +135,16 @@ void StatusItem::togglePanel()
     showPanel();
 }
 
+void StatusItem::makePanelContent()
+{
+    if (!m_makePanel)
+        return;
+    m_window->layout()->addWidget(std::exchange(m_makePanel, nullptr)());
+}
+
 void StatusItem::showPanel()
 {
+    makePanelContent();
     m_window->layout()->activate();
     if (!m_fallback)
         placePopup();

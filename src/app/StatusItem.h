@@ -10,18 +10,21 @@
 #include <QTimer>
 
 #include <chrono>
+#include <functional>
 
 namespace glinta {
 
 // The tray item and the panel it opens. Tray slots are square and the protocols carry no text title, so
 // the icon is drawn from the label and the tooltip carries the whole title and what a screen reader says.
 // Where no tray turns up, the panel becomes an ordinary window so the user is never left with nothing.
+// The panel's content is made when it is first shown: a tray item that is only glanced at should not
+// carry the chart and the rest of the panel all day.
 class StatusItem : public QObject
 {
     Q_OBJECT
 
 public:
-    StatusItem(MenuBarLabel *label, QWidget *panel, QObject *parent = nullptr);
+    StatusItem(MenuBarLabel *label, std::function<QWidget *()> makePanel, QObject *parent = nullptr);
     ~StatusItem() override;
 
     // Shows the tray icon, or, when no tray appears within `trayWait`, the panel as a window.
@@ -32,6 +35,7 @@ public:
     void togglePanel();
 
     QSystemTrayIcon *trayIcon() { return &m_tray; }
+    // The panel's window; its content is there once the panel has been shown.
     QWidget *panelWindow() const { return m_window; }
     bool usesFallbackWindow() const { return m_fallback; }
 
@@ -52,9 +56,11 @@ private:
     void showFallbackWindow();
     void placePopup();
     void announceShown();
+    void makePanelContent();
 
     QPointer<MenuBarLabel> m_label;
     QSystemTrayIcon m_tray;
+    std::function<QWidget *()> m_makePanel;
     QFrame *m_window;
     QTimer m_trayPoll;
     QElapsedTimer m_waited;

@@ -1,5 +1,8 @@
+#include "TrayIconEngine.h"
 #include "TrayIconPainter.h"
 
+#include <QIcon>
+#include <QPainter>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -50,24 +53,6 @@ class TestTrayIcon : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void drawnAtDevicePixelRatio_data()
-    {
-        QTest::addColumn<qreal>("ratio");
-        QTest::newRow("1x") << 1.0;
-        QTest::newRow("2x") << 2.0;
-    }
-
-    void drawnAtDevicePixelRatio()
-    {
-        QFETCH(qreal, ratio);
-        const QImage image =
-            paintTrayIcon(reading(u"124"_s, TrendArrow::rising, false, false), 22, ratio, Qt::black);
-        QCOMPARE(image.size(), QSize(22, 22) * ratio);
-        QCOMPARE(image.devicePixelRatio(), ratio);
-        // The value fills the middle band, in the panel's ink.
-        QVERIFY(look(image, QRect(0, 7 * ratio, 22 * ratio, 8 * ratio), Qt::black).has);
-    }
-
     void symbolWithoutReading()
     {
         const QImage image = paintTrayIcon(MenuBarTitle{}, 22, 2, Qt::white);
@@ -75,35 +60,60 @@ private Q_SLOTS:
         QVERIFY(!look(image, image.rect(), Qt::black).has);
     }
 
+    // Stale data is unmistakable: the value dimmed and a warning in the top corner. Drawn at the screen's
+    // ratio, the value filling the middle band in the panel's ink.
     void badges_data()
     {
         QTest::addColumn<bool>("stale");
         QTest::addColumn<bool>("update");
-        QTest::newRow("fresh") << false << false;
-        QTest::newRow("stale") << true << false;
-        QTest::newRow("update waiting") << false << true;
-        QTest::newRow("both") << true << true;
+        QTest::addColumn<qreal>("ratio");
+        QTest::newRow("fresh, 1x") << false << false << 1.0;
+        QTest::newRow("fresh") << false << false << 2.0;
+        QTest::newRow("stale") << true << false << 2.0;
+        QTest::newRow("update waiting") << false << true << 2.0;
+        QTest::newRow("both, 1x") << true << true << 1.0;
     }
 
     void badges()
     {
         QFETCH(bool, stale);
         QFETCH(bool, update);
+        QFETCH(qreal, ratio);
         const QImage image =
-            paintTrayIcon(reading(u"124"_s, TrendArrow::rising, stale, update), 22, 2, Qt::black);
+            paintTrayIcon(reading(u"124"_s, TrendArrow::rising, stale, update), 22, ratio, Qt::black);
+        QCOMPARE(image.size(), QSize(22, 22) * ratio);
+        QCOMPARE(image.devicePixelRatio(), ratio);
         const int size = image.width();
-        const QRect middle(size / 4, size * 2 / 5, size / 2, size / 5);
-        const QRect topRight(size * 3 / 4, 0, size / 4, size / 4);
-        const QRect bottomLeft(0, size * 3 / 4, size / 4, size / 4);
-
-        // Stale data is unmistakable: the value dimmed and a warning in the top corner.
-        const int valueAlpha = look(image, middle, Qt::black).maxAlpha;
+        const int valueAlpha =
+            look(image, QRect(size / 4, size * 2 / 5, size / 2, size / 5), Qt::black).maxAlpha;
         if (stale)
             QVERIFY2(valueAlpha < 160, qPrintable(QString::number(valueAlpha)));
         else
             QCOMPARE(valueAlpha, 255);
-        QCOMPARE(look(image, topRight, orange).has, stale);
-        QCOMPARE(look(image, bottomLeft, blue).has, update);
+        QCOMPARE(look(image, QRect(size * 3 / 4, 0, size / 4, size / 4), orange).has, stale);
+        QCOMPARE(look(image, QRect(0, size * 3 / 4, size / 4, size / 4), blue).has, update);
+    }
+
+    // The icon the tray gets draws at whatever size and ratio the tray asks for, and keeps no picture of
+    // an earlier size: a wrong size in the tray is a blurred or clipped value.
+    void engineSizes()
+    {
+        QIcon icon(new TrayIconEngine(reading(u"124"_s, TrendArrow::rising, false, false), Qt::black));
+        for (const auto &[logical, ratio] : {std::pair{22, 2.0}, {32, 1.0}, {22, 2.0}, {16, 1.5}}) {
+            const QPixmap pixmap = icon.pixmap(QSize(logical, logical), ratio);
+            QCOMPARE(pixmap.deviceIndependentSize(), QSizeF(logical, logical));
+            QCOMPARE(pixmap.devicePixelRatio(), ratio);
+        }
+
+        // An XEmbed tray paints its slot through the icon: the sharp picture of the slot's device pixels.
+        QImage slot(QSize(22, 22) * 2, QImage::Format_ARGB32_Premultiplied);
+        slot.setDevicePixelRatio(2);
+        slot.fill(Qt::transparent);
+        QPainter painter(&slot);
+        icon.paint(&painter, QRect(0, 0, 22, 22));
+        painter.end();
+        QCOMPARE(look(slot, QRect(11, 18, 22, 8), Qt::black).maxAlpha, 255);
+        QCOMPARE(slot, icon.pixmap(QSize(22, 22), 2.0).toImage().convertToFormat(slot.format()));
     }
 };
 
