@@ -5,6 +5,7 @@
 #include <QJsonDocument>
 #include <QJsonParseError>
 #include <QList>
+#include <QLocale>
 #include <QVariant>
 
 #include <cmath>
@@ -34,7 +35,7 @@ QString describe(const QJsonValue &value)
     case QJsonValue::Bool:
         return value.toBool() ? u"true"_s : u"false"_s;
     case QJsonValue::Double:
-        return u"the number "_s + QString::number(value.toDouble(), 'g', 17);
+        return u"the number "_s + QString::number(value.toDouble(), 'g', QLocale::FloatingPointShortest);
     case QJsonValue::String:
         return aString;
     case QJsonValue::Array:

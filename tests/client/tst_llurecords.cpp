@@ -28,7 +28,7 @@ class TestLLURecords : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void decodesRecords();
+    void nullIsAbsent();
     void integerMembers_data();
     void integerMembers();
     void brokenResponses_data();
@@ -37,34 +37,18 @@ private Q_SLOTS:
     void loginBody();
 };
 
-void TestLLURecords::decodesRecords()
+void TestLLURecords::nullIsAbsent()
 {
-    // Unknown members are ignored; null reads as absent for optional members.
-    const auto login = decodeLLUResponse<LLULoginData>(R"({"status":0,"data":{"redirect":true,"region":"EU",
-        "user":null,"authTicket":{"token":"tok","expires":1700000000},"messages":{"unread":0}}})");
-    QCOMPARE(login.data->redirect, true);
-    QCOMPARE(login.data->region, u"EU"_s);
-    QVERIFY(!login.data->user && !login.error);
-    QCOMPARE(login.data->authTicket->token, u"tok"_s);
-    QCOMPARE(login.data->authTicket->expires, 1700000000.0);
-
+    // Unknown and absent members are the simulated service's everyday answers (tst_librelinkupclient).
+    const auto login = decodeLLUResponse<LLULoginData>(R"({"status":0,"data":{"user":null,"region":null}})");
+    QVERIFY(login.data && !login.data->user && !login.data->region && !login.error);
     const auto list = decodeLLUResponse<QList<LLUConnection>>(
-        R"({"status":0,"data":[{"patientId":"p1","firstName":"Ann","lastName":null,"glucoseMeasurement":)" +
-        measurement + R"(},{"patientId":"p2"}]})");
-    QCOMPARE(list.data->size(), 2);
-    QCOMPARE(list.data->at(0).firstName, u"Ann"_s);
-    QVERIFY(!list.data->at(0).lastName);
-    QCOMPARE(list.data->at(0).glucoseMeasurement->trendArrow, 3);
-    QCOMPARE(list.data->at(1).patientId, u"p2"_s);
-    QVERIFY(!list.data->at(1).glucoseMeasurement);
-
-    const auto graph = decodeLLUResponse<LLUGraphData>(R"({"status":0,"data":{"connection":{"patientId":"p1"},
-        "graphData":[)" + measurement + R"(,{"Timestamp":"x","ValueInMgPerDl":55.5,"isLow":true}]}})");
-    QCOMPARE(graph.data->connection->patientId, u"p1"_s);
-    QCOMPARE(graph.data->graphData.size(), 2);
-    QCOMPARE(graph.data->graphData[1].valueInMgPerDl, 55.5);
-    QCOMPARE(graph.data->graphData[1].isLow, true);
-    QVERIFY(!graph.data->graphData[1].trendArrow && !graph.data->graphData[1].isHigh);
+        R"({"status":0,"data":[{"patientId":"p","lastName":null,"glucoseMeasurement":null}]})");
+    QVERIFY(list.data->size() == 1 && !list.data->at(0).lastName && !list.data->at(0).glucoseMeasurement);
+    const auto graph = decodeLLUResponse<LLUGraphData>(
+        R"({"status":0,"data":{"connection":null,"graphData":[{"Timestamp":"x","ValueInMgPerDl":55.5,"isLow":null}]}})");
+    QVERIFY(!graph.data->connection && graph.data->graphData.value(0).valueInMgPerDl == 55.5 &&
+            !graph.data->graphData.value(0).isLow);
 }
 
 void TestLLURecords::integerMembers_data()
@@ -88,7 +72,7 @@ void TestLLURecords::brokenResponses_data()
 {
     QTest::addColumn<Decoder>("decoder");
     QTest::addColumn<QByteArray>("body");
-    // Between "The response " and the final full stop.
+    // Between "The response " and the final full stop. Text that is not JSON at all is the client's row.
     QTest::addColumn<QString>("description");
 
     const Decoder login = decode<LLULoginData>;
@@ -97,8 +81,6 @@ void TestLLURecords::brokenResponses_data()
         return R"({"status":0,"data":{"graphData":[)" + json + "]}}";
     };
 
-    QTest::newRow("html") << graph << "<html>502 Bad Gateway</html>"_ba
-                          << u"is not valid JSON (illegal value at byte 1)"_s;
     QTest::newRow("top-level array") << graph << "[]"_ba
                                      << u"has an array at the top level (expected an object)"_s;
     QTest::newRow("no status") << graph << R"({"data":{"graphData":[]}})"_ba
@@ -108,13 +90,9 @@ void TestLLURecords::brokenResponses_data()
         << u"has the number 2.5 for \"status\" (expected a whole number that fits in 64 bits)"_s;
     QTest::newRow("status 2^63")
         << graph << R"({"status":9223372036854775808})"_ba
-        << u"has the number 9.2233720368547758e+18 for \"status\" (expected a whole number that fits in 64 bits)"_s;
+        << u"has the number 9223372036854776000 for \"status\" (expected a whole number that fits in 64 bits)"_s;
     QTest::newRow("no graphData") << graph << R"({"status":0,"data":{}})"_ba
                                   << u"is missing \"data.graphData\" (expected an array)"_s;
-    QTest::newRow("graphData null") << graph << R"({"status":0,"data":{"graphData":null}})"_ba
-                                    << u"has null for \"data.graphData\" (expected an array)"_s;
-    QTest::newRow("point not an object")
-        << graph << points("7") << u"has the number 7 for \"data.graphData[0]\" (expected an object)"_s;
     QTest::newRow("third point without timestamp")
         << graph << points(measurement + "," + measurement + R"(,{"ValueInMgPerDl":100})")
         << u"is missing \"data.graphData[2].Timestamp\" (expected a string)"_s;
@@ -131,9 +109,6 @@ void TestLLURecords::brokenResponses_data()
         << graph
         << R"({"status":0,"data":{"connection":{"patientId":"p","glucoseMeasurement":{"Timestamp":"x"}},"graphData":[]}})"_ba
         << u"is missing \"data.connection.glucoseMeasurement.ValueInMgPerDl\" (expected a number)"_s;
-    QTest::newRow("ticket without token")
-        << login << R"({"status":0,"data":{"authTicket":{},"user":{"id":"a"}}})"_ba
-        << u"is missing \"data.authTicket.token\" (expected a string)"_s;
     QTest::newRow("user id null") << login << R"({"status":0,"data":{"user":{"id":null}}})"_ba
                                   << u"has null for \"data.user.id\" (expected a string)"_s;
     QTest::newRow("second connection without id")
@@ -155,36 +130,27 @@ void TestLLURecords::brokenResponses()
     }
 }
 
+// Whatever the escaping, a JSON parser must read back exactly what was given.
 void TestLLURecords::loginBody_data()
 {
     QTest::addColumn<QString>("email");
     QTest::addColumn<QString>("password");
-    QTest::addColumn<QByteArray>("expected");
 
-    QTest::newRow("escapes") << u" Ann@Example.com "_s << u"q\"u/o\\te\n"_s
-                             << R"({"email":" Ann@Example.com ","password":"q\"u\/o\\te\n"})"_ba;
-    QTest::newRow("control and non-ASCII") << u"j\u00f6rg@example.de"_s << u"\u0001\U0001F600"_s
-                                           << "{\"email\":\"j\xc3\xb6rg@example.de\",\"password\":\"\\u0001"
-                                              "\xf0\x9f\x98\x80\"}"_ba;
-    QTest::newRow("empty") << QString() << QString() << R"({"email":"","password":""})"_ba;
+    QTest::newRow("escapes") << u" Ann@Example.com "_s << u"q\"u/o\\te\n"_s;
+    QTest::newRow("control and non-ASCII") << u"j\u00f6rg@example.de"_s << u"\u0001\U0001F600"_s;
+    QTest::newRow("empty") << QString() << QString();
     // Half a surrogate pair has no UTF-8 form; only an escape keeps it.
     QTest::newRow("unpaired surrogates")
-        << u"a@b.c"_s << QChar(0xDE00) + u"p"_s + QChar(0xD83D) + QChar(0xD83D) + QChar(0xDE00)
-        << "{\"email\":\"a@b.c\",\"password\":\"\\ude00p\\ud83d\xf0\x9f\x98\x80\"}"_ba;
+        << u"a@b.c"_s << QChar(0xDE00) + u"p"_s + QChar(0xD83D) + QChar(0xD83D) + QChar(0xDE00);
 }
 
 void TestLLURecords::loginBody()
 {
     QFETCH(QString, email);
     QFETCH(QString, password);
-    QFETCH(QByteArray, expected);
 
-    const QByteArray body = encodeLoginBody({email, password});
-    QCOMPARE(body, expected);
-    // Whatever the escaping, a JSON parser must read back exactly what was given.
-    const QJsonObject parsed = QJsonDocument::fromJson(body).object();
-    QCOMPARE(parsed.value("email"_L1).toString(), email);
-    QCOMPARE(parsed.value("password"_L1).toString(), password);
+    const QJsonObject parsed = QJsonDocument::fromJson(encodeLoginBody({email, password})).object();
+    QCOMPARE(parsed, (QJsonObject{{"email"_L1, email}, {"password"_L1, password}}));
 }
 
 QTEST_GUILESS_MAIN(TestLLURecords)
