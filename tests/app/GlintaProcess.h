@@ -19,9 +19,8 @@ class GlintaProcess
 public:
     GlintaProcess()
     {
-        QDir(m_home.path()).mkpath(u"config/nordvik.com"_qs);
-        QDir(m_home.path()).mkpath(u"data"_qs);
-        QDir(m_home.path()).mkpath(u"run"_qs);
+        for (const QString &directory : {u"config/nordvik.com"_qs, u"data"_qs, u"run"_qs})
+            QDir(m_home.path()).mkpath(directory);
         QFile::setPermissions(m_home.filePath(u"run"_qs),
                               QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
         environment = QProcessEnvironment::systemEnvironment();
@@ -39,17 +38,16 @@ public:
         QJsonObject regions;
         for (auto it = endpoints.regionBaseUrls.cbegin(); it != endpoints.regionBaseUrls.cend(); ++it)
             regions.insert(it.key(), it.value().toString());
-        const QJsonObject address{{u"defaultBaseURL"_qs, endpoints.defaultBaseUrl.toString()},
-                                  {u"regions"_qs, regions}};
         QFile file(configDirectory() + u"/service-address.json"_qs);
         QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(QJsonDocument(address).toJson());
+        file.write(QJsonDocument(QJsonObject{{u"defaultBaseURL"_qs, endpoints.defaultBaseUrl.toString()},
+                                             {u"regions"_qs, regions}})
+                       .toJson());
     }
 
     void setPreference(const QString &key, const QVariant &value)
     {
-        QSettings settings(configDirectory() + u"/glinta.conf"_qs, QSettings::IniFormat);
-        settings.setValue(key, value);
+        QSettings(configDirectory() + u"/glinta.conf"_qs, QSettings::IniFormat).setValue(key, value);
     }
 
     QString configDirectory() const { return m_home.filePath(u"config/nordvik.com"_qs); }
@@ -58,10 +56,10 @@ public:
         return m_home.filePath(u"data/K3R8WQ5N2D.com.nordvik.glinta/glucose-snapshot.json"_qs);
     }
 
-    void start(const QStringList &arguments = {})
+    void start()
     {
         m_process.setProcessEnvironment(environment);
-        m_process.start(QStringLiteral(GLINTA_PROGRAM), arguments);
+        m_process.start(QStringLiteral(GLINTA_PROGRAM));
         QVERIFY2(m_process.waitForStarted(10000), qPrintable(m_process.errorString()));
     }
 

@@ -70,6 +70,16 @@ private Q_SLOTS:
         QCOMPARE(app->statusItem()->trayIcon()->toolTip(), u"Glinta: no glucose data"_s);
         QCOMPARE(m_service.requestCount(u"login"_s), 0);
         QVERIFY(!anyWindowVisible());
+        // Hosts that want pictures up front (StatusNotifierItem) are offered the usual tray size.
+        QVERIFY(app->statusItem()->trayIcon()->icon().availableSizes().contains(QSize(22, 22)));
+        // A click on the icon, or a host's Activate, opens the panel; the next one closes it.
+        app->statusItem()->togglePanel();
+        QVERIFY(app->statusItem()->panelWindow()->isVisible());
+        app->statusItem()->togglePanel();
+        QVERIFY(!app->statusItem()->panelWindow()->isVisible());
+        QWidget *login = app->windows()->open(u"login"_s);
+        QCOMPARE(login->windowTitle(), u"Sign In to Glinta"_s);
+        QCOMPARE(app->windows()->open(u"login"_s), login); // one window, brought forward again
     }
 
     void launchWithSavedEmailRefreshesAtOnce()
@@ -81,7 +91,6 @@ private Q_SLOTS:
         app->start();
         QTRY_VERIFY_WITH_TIMEOUT(app->store()->latest().has_value(), 10000);
         QCOMPARE(m_service.requestCount(u"login"_s), 1);
-        QCOMPARE(app->store()->status(), GlucoseStore::Status::active());
         QVERIFY(!anyWindowVisible());
         // The tray's only text: the title, then what a screen reader says.
         const QString value = format(app->store()->unit(), app->store()->latest()->mgPerDl);
@@ -104,7 +113,6 @@ private Q_SLOTS:
         app->statusItem()->show(200ms);
         QTRY_VERIFY(app->statusItem()->panelWindow()->isVisible());
         QVERIFY(app->statusItem()->usesFallbackWindow());
-        QVERIFY(app->statusItem()->panelWindow()->isWindow());
         const auto lines = log.inCategory(u"com.nordvik.glinta.App"_s);
         QCOMPARE(lines.size(), 1);
         QVERIFY(lines.first().message.startsWith(u"No system tray appeared"_s));
@@ -116,49 +124,22 @@ private Q_SLOTS:
         QCOMPARE(quit.size(), 1);
     }
 
-    void windowsOpenOnceAndCentred()
-    {
-        QTemporaryDir dir;
-        auto app = makeApp(dir, {});
-        QWidget *login = app->windows()->open(u"login"_s);
-        QVERIFY(login);
-        QCOMPARE(login->windowTitle(), u"Sign In to Glinta"_s);
-        QCOMPARE(app->windows()->open(u"login"_s), login);
-        const QRect screen = login->screen()->availableGeometry();
-        // Centred before the window manager adds its frame, so off by a frame's width at most.
-        QVERIFY(qAbs(login->geometry().center().x() - screen.center().x()) <= 4);
-        QVERIFY(qAbs(login->geometry().center().y() - screen.center().y()) <= 4);
-        app->windows()->dismiss(u"login"_s);
-        QTRY_VERIFY(!app->windows()->window(u"login"_s));
-        QVERIFY(!app->windows()->open(u"no-such-window"_s));
-    }
-
     void oneInstancePerProfile()
     {
-        QTemporaryDir runtime;
-        QTemporaryDir profile;
-        QTemporaryDir otherProfile;
-        QTemporaryDir crashedProfile;
+        QTemporaryDir runtime, profile, otherProfile, crashedProfile;
         SingleInstance first(profile.path(), runtime.path());
         QVERIFY(first.claim());
         SingleInstance second(profile.path() + u"/."_s, runtime.path());
         QVERIFY(!second.claim());
         SingleInstance elsewhere(otherProfile.path(), runtime.path());
         QVERIFY(elsewhere.claim());
-
-        QSignalSpy raised(&first, &SingleInstance::activationRequested);
-        QSignalSpy delivered(&second, &SingleInstance::delivered);
-        second.notifyRunning();
-        QTRY_COMPARE(delivered.size(), 1);
-        QCOMPARE(delivered.first().first().toBool(), true);
-        QCOMPARE(raised.size(), 1);
+        // What a second launch does when the first answers: tst_desktopsession.
 
         // Nobody listens for a profile that nobody holds.
         SingleInstance lonely(crashedProfile.path(), runtime.path());
         QSignalSpy failed(&lonely, &SingleInstance::delivered);
         lonely.notifyRunning();
-        QTRY_COMPARE(failed.size(), 1);
-        QCOMPARE(failed.first().first().toBool(), false);
+        QTRY_COMPARE(failed.value(0).value(0), QVariant(false));
 
         // A holder that crashed leaves its lock behind, naming a process that is gone.
         QFile stale(lonely.socketPath().replace(u".socket"_s, u".lock"_s));

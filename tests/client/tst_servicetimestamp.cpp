@@ -28,22 +28,17 @@ private Q_SLOTS:
             QTest::newRow(name) << QString::fromUtf16(text) << QString::fromLatin1(wall) << QByteArray(zone)
                                 << QString::fromLatin1(there);
         };
-        row("afternoon", u"1/15/2024 3:45:12 PM", "2024-01-15T15:45:12");
-        row("lowercase meridiem", u"1/5/2024 9:03:07 am", "2024-01-05T09:03:07");
+        row("lowercase afternoon", u"1/5/2024 9:03:07 pm", "2024-01-05T21:03:07");
         row("leading zeros accepted", u"01/05/2024 09:03:07 AM", "2024-01-05T09:03:07");
         row("midnight is 12 AM", u"12/31/2023 12:00:00 AM", "2023-12-31T00:00:00");
         row("noon is 12 PM", u"7/4/2024 12:30:00 PM", "2024-07-04T12:30:00");
         row("leap day", u"2/29/2024 1:00:00 AM", "2024-02-29T01:00:00");
 
         // Daylight-saving gaps give nothing; repeated hours give the earlier instant.
-        const char *berlin = "Europe/Berlin", *newYork = "America/New_York",
-                   *lordHowe = "Australia/Lord_Howe";
+        const char *berlin = "Europe/Berlin", *lordHowe = "Australia/Lord_Howe";
         row("Berlin gap", u"3/31/2024 2:30:00 AM", "2024-03-31T02:30:00", berlin, "none");
         row("Berlin repeated hour", u"10/27/2024 2:30:00 AM", "2024-10-27T02:30:00", berlin,
             "2024-10-27T00:30:00Z");
-        row("New York gap", u"3/10/2024 2:30:00 AM", "2024-03-10T02:30:00", newYork, "none");
-        row("New York repeated hour", u"11/3/2024 1:30:00 AM", "2024-11-03T01:30:00", newYork,
-            "2024-11-03T05:30:00Z");
         row("Lord Howe half-hour gap", u"10/6/2024 2:15:00 AM", "2024-10-06T02:15:00", lordHowe, "none");
         row("Lord Howe repeated half hour", u"4/7/2024 1:45:00 AM", "2024-04-07T01:45:00", lordHowe,
             "2024-04-06T14:45:00Z");
@@ -69,8 +64,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, zone);
         QFETCH(QString, there);
 
-        if (!QList<QByteArray>{"UTC", "Europe/Berlin", "America/New_York", "Australia/Lord_Howe"}.contains(
-                m_zone))
+        if (!QList<QByteArray>{"UTC", "Europe/Berlin", "Australia/Lord_Howe"}.contains(m_zone))
             QSKIP("the rows' clock changes are only known in the zones the test is registered for");
         const QString expected = zone == m_zone ? there
                                  : wall.isEmpty()

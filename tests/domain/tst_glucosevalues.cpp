@@ -1,8 +1,11 @@
 #include "DecodingError.h"
+#include "GlucoseChartSeries.h"
 #include "GlucoseReading.h"
+#include "GlucoseStatistics.h"
 #include "GlucoseUnit.h"
 #include "JsonDecoding.h"
 #include "JsonWriter.h"
+#include "RelativeTime.h"
 #include "TrendArrow.h"
 
 #include <QJsonObject>
@@ -11,6 +14,7 @@
 
 #include <clocale>
 #include <cstdio>
+#include <initializer_list>
 #include <limits>
 #include <optional>
 #include <utility>
@@ -23,11 +27,43 @@ namespace {
 const QString enDash = u"\u2013"_s;
 const auto mg = GlucoseUnit::mgPerDl;
 const auto mmol = GlucoseUnit::mmolPerL;
+const double NaN = std::numeric_limits<double>::quiet_NaN();
 
 GlucoseReading reading(QDate day, QTime time, double mgPerDl, std::optional<TrendArrow> trend = {},
                        bool isHigh = false, bool isLow = false)
 {
     return GlucoseReading{QDateTime(day, time, Qt::UTC), mgPerDl, trend, isHigh, isLow};
+}
+
+// Every time in these tests is an offset in seconds from 10:00.
+QDateTime at(qint64 seconds)
+{
+    return QDateTime(QDate(2024, 5, 1), QTime(10, 0), Qt::UTC).addSecs(seconds);
+}
+
+QList<GlucoseReading> timed(std::initializer_list<std::pair<qint64, double>> points)
+{
+    QList<GlucoseReading> history;
+    for (const auto &[seconds, value] : points)
+        history.append(GlucoseReading{at(seconds), value, {}, false, false});
+    return history;
+}
+
+// Readings five minutes apart, as the sensor reports them.
+QList<GlucoseReading> values(std::initializer_list<double> mgPerDl)
+{
+    QList<GlucoseReading> history;
+    for (const double value : mgPerDl)
+        history.append(GlucoseReading{at(300 * history.size()), value, {}, false, false});
+    return history;
+}
+
+GlucoseChartSegment segment(qsizetype id, bool below, std::initializer_list<std::pair<qint64, double>> points)
+{
+    GlucoseChartSegment result{id, below, {}};
+    for (const auto &[seconds, value] : points)
+        result.points.append(GlucoseChartPoint{at(seconds), value});
+    return result;
 }
 
 } // namespace
@@ -51,7 +87,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("symbol"); // empty: no trend
         QTest::addColumn<QString>("spokenName");
 
-        for (const qint64 code : {0, 6, -1, 257}) // 257 would alias 1 if narrowed before the range check
+        for (const qint64 code : {0, 6, 257}) // 257 would alias 1 if narrowed before the range check
             QTest::addRow("%lld", static_cast<long long>(code)) << code << QString() << QString();
         QTest::newRow("1") << qint64(1) << u"\u2193"_s << u"falling quickly"_s;
         QTest::newRow("2") << qint64(2) << u"\u2198"_s << u"falling"_s;
@@ -75,14 +111,6 @@ private Q_SLOTS:
         }
     }
 
-    void unitFromRawValue()
-    {
-        QCOMPARE(glucoseUnitFromRawValue(u"mg/dL"), std::optional(mg));
-        QCOMPARE(glucoseUnitFromRawValue(u"mmol/L"), std::optional(mmol));
-        for (const QString &text : {u"mmol/l"_s, QString(), u"mg/dL "_s})
-            QCOMPARE(glucoseUnitFromRawValue(text), std::optional<GlucoseUnit>());
-    }
-
     void format_data()
     {
         QTest::addColumn<GlucoseUnit>("unit");
@@ -97,11 +125,7 @@ private Q_SLOTS:
         QTest::newRow("-0.4 has no sign") << mg << -0.4 << u"0"_s;
         QTest::newRow("no grouping") << mg << 1234567.0 << u"1234567"_s;
 
-        const double inf = std::numeric_limits<double>::infinity();
-        QTest::newRow("NaN mg/dL") << mg << std::numeric_limits<double>::quiet_NaN() << enDash;
-        QTest::newRow("NaN mmol/L") << mmol << std::numeric_limits<double>::quiet_NaN() << enDash;
-        QTest::newRow("+inf mg/dL") << mg << inf << enDash;
-        QTest::newRow("-inf mmol/L") << mmol << -inf << enDash;
+        QTest::newRow("NaN mg/dL") << mg << NaN << enDash;
         QTest::newRow("1e300 mmol/L") << mmol << 1e300 << enDash;
         QTest::newRow("-1e300 mg/dL") << mg << -1e300 << enDash;
         QTest::newRow("2^63 beyond int64") << mg << 9223372036854775808.0 << enDash;
@@ -182,18 +206,122 @@ private Q_SLOTS:
         QFETCH(QJsonValue, value);
 
         QJsonObject object{{"date"_L1, 0}, {"mgPerDl"_L1, 100}, {"isHigh"_L1, false}, {"isLow"_L1, false}};
-        if (value.isUndefined())
-            object.remove(member);
-        else
-            object.insert(member, value);
+        object.insert(member, value); // undefined removes it
         const json::Path root("snapshot file"_L1), history = root.member("history"_L1),
-                                                   at = history.element(0);
+                                                   element = history.element(0); // each refers to its parent
         try {
-            readingFromJson(object, at);
+            readingFromJson(object, element);
             QFAIL("decoded");
         } catch (const DecodingError &error) {
             QTEST(error.description(), "message");
         }
+    }
+
+    void texts_data()
+    {
+        QTest::addColumn<QList<GlucoseReading>>("history");
+        QTest::addColumn<GlucoseUnit>("unit");
+        QTest::addColumn<QString>("average");
+        QTest::addColumn<QString>("inRange");
+        QTest::addColumn<QString>("count");
+
+        QTest::newRow("empty") << QList<GlucoseReading>() << mg << enDash << enDash << u"0"_s;
+        QTest::newRow("bounds inclusive") << values({70, 180}) << mg << u"125"_s << u"100%"_s << u"2"_s;
+        QTest::newRow("just outside") << values({69.9, 180.1}) << mg << u"125"_s << u"0%"_s << u"2"_s;
+        QTest::newRow("one of three") << values({100, 50, 250}) << mg << u"133"_s << u"33%"_s << u"3"_s;
+        QTest::newRow("one of eight, 12.5")
+            << values({100, 50, 50, 50, 50, 50, 50, 50}) << mg << u"56"_s << u"13%"_s << u"8"_s;
+        QTest::newRow("NaN is out of range") << values({100, NaN}) << mg << enDash << u"50%"_s << u"2"_s;
+        // 100.5 from the stored values; rounding each reading first would give 100.
+        QTest::newRow("fractions kept")
+            << values({100.25, 100.25, 101}) << mg << u"101"_s << u"100%"_s << u"3"_s;
+        // 100.25 is 5.56 mmol/L; rounded to mg/dL first it would be 5.5.
+        QTest::newRow("mmol/L") << values({100, 100.5}) << mmol << u"5.6"_s << u"100%"_s << u"2"_s;
+    }
+
+    void texts()
+    {
+        QFETCH(QList<GlucoseReading>, history);
+        QFETCH(GlucoseUnit, unit);
+
+        QTEST(averageText(history, unit), "average");
+        QTEST(inRangeText(history), "inRange");
+        QTEST(readingCountText(history), "count");
+    }
+
+    void yDomain_data()
+    {
+        QTest::addColumn<QList<GlucoseReading>>("history");
+        QTest::addColumn<double>("upper");
+
+        QTest::newRow("empty") << QList<GlucoseReading>() << 220.0;
+        QTest::newRow("all low") << values({45, 39}) << 220.0;
+        QTest::newRow("highest 250, NaN never the top") << values({NaN, 100, 250, 120, NaN}) << 270.0;
+    }
+
+    void yDomain()
+    {
+        QFETCH(QList<GlucoseReading>, history);
+
+        const GlucoseChartDomain domain = chartYDomain(history, mg);
+        QCOMPARE(domain.lower, 40.0);
+        QTEST(domain.upper, "upper");
+    }
+
+    void segments_data()
+    {
+        QTest::addColumn<QList<GlucoseReading>>("readings");
+        QTest::addColumn<double>("redLine");
+        QTest::addColumn<QList<GlucoseChartSegment>>("expected");
+
+        QTest::newRow("empty") << QList<GlucoseReading>() << 70.0 << QList<GlucoseChartSegment>();
+        QTest::newRow("72 then 70") << values({72, 70}) << 70.0
+                                    << QList{segment(0, false, {{0, 72}, {300, 70}})};
+        QTest::newRow("65 then 70") << values({65, 70}) << 70.0
+                                    << QList{segment(0, true, {{0, 65}, {300, 70}}),
+                                             segment(1, false, {{300, 70}})};
+        // The crossing falls on the first reading's date and is not repeated there.
+        QTest::newRow("70 then 65") << values({70, 65}) << 70.0
+                                    << QList{segment(0, false, {{0, 70}}),
+                                             segment(1, true, {{0, 70}, {300, 65}})};
+        QTest::newRow("repeated and earlier dates left out")
+            << timed({{0, 100}, {0, 110}, {-60, 115}, {300, 120}}) << 70.0
+            << QList{segment(0, false, {{0, 100}, {300, 120}})};
+        // Crossings a half and two thirds of the way along.
+        QTest::newRow("red line of 100") << values({90, 110, 95}) << 100.0
+                                         << QList{segment(0, true, {{0, 90}, {150, 100}}),
+                                                  segment(1, false, {{150, 100}, {300, 110}, {500, 100}}),
+                                                  segment(2, true, {{500, 100}, {600, 95}})};
+    }
+
+    void segments()
+    {
+        QFETCH(QList<GlucoseReading>, readings);
+        QFETCH(double, redLine);
+
+        QTEST(chartSegments(readings, redLine), "expected");
+    }
+
+    void relativeTime_data()
+    {
+        QTest::addColumn<qint64>("seconds");
+        QTest::addColumn<QString>("text");
+
+        QTest::newRow("last second of the first minute") << 59LL << u"59 sec"_s;
+        QTest::newRow("a whole minute drops zero seconds") << 60LL << u"1 min"_s;
+        QTest::newRow("last second of the first hour") << 3599LL << u"59 min, 59 sec"_s;
+        QTest::newRow("a whole hour") << 3600LL << u"1 hr"_s;
+        QTest::newRow("hours and minutes, seconds dropped") << 3959LL << u"1 hr, 5 min"_s;
+        QTest::newRow("a whole day") << 86400LL << u"1 day"_s;
+        QTest::newRow("days in the plural, minutes dropped") << 183599LL << u"2 days, 2 hr"_s;
+        QTest::newRow("a clock behind the phone") << -42LL << u"0 sec"_s;
+    }
+
+    void relativeTime()
+    {
+        QFETCH(qint64, seconds);
+        QFETCH(QString, text);
+        QCOMPARE(relativeTimeText(std::chrono::seconds(seconds)), text);
     }
 };
 

@@ -5,10 +5,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <cerrno>
 #include <optional>
-
-#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 using namespace glinta;
@@ -45,12 +42,10 @@ private Q_SLOTS:
         QTest::addColumn<QString>("program");
         QTest::addColumn<QString>("exec");
 
-        QTest::newRow("plain path") << u"/usr/bin/glinta"_s << u"/usr/bin/glinta"_s;
         QTest::newRow("space") << u"/opt/My Apps/glinta"_s << u"\"/opt/My Apps/glinta\""_s;
         // Escaped inside the quotes, and the backslashes once more as any string value's.
-        QTest::newRow("quote, dollar, backtick")
-            << u"/opt/a\"b$c`d/glinta"_s << u"\"/opt/a\\\\\"b\\\\$c\\\\`d/glinta\""_s;
-        QTest::newRow("backslash") << u"/opt/a\\b/glinta"_s << u"\"/opt/a\\\\\\\\b/glinta\""_s;
+        QTest::newRow("quote, dollar, backtick, backslash")
+            << u"/opt/a\"b$c`d\\e/glinta"_s << u"\"/opt/a\\\\\"b\\\\$c\\\\`d\\\\\\\\e/glinta\""_s;
         QTest::newRow("percent is no field code") << u"/opt/100%/glinta"_s << u"/opt/100%%/glinta"_s;
     }
 
@@ -91,14 +86,11 @@ private Q_SLOTS:
 
         const auto enabled = LoginItem::Status::enabled;
         const auto notRegistered = LoginItem::Status::notRegistered;
-        QTest::newRow("plain entry") << "[Desktop Entry]\nType=Application\nExec=glinta\n"_ba << enabled;
-        QTest::newRow("hidden") << "[Desktop Entry]\nExec=glinta\nHidden=true\n"_ba << notRegistered;
         QTest::newRow("hidden, spaced") << "[Desktop Entry]\nHidden = true\n"_ba << notRegistered;
         QTest::newRow("GNOME switch off")
             << "[Desktop Entry]\nX-GNOME-Autostart-enabled=false\n"_ba << notRegistered;
         QTest::newRow("hidden in another group")
             << "[Desktop Entry]\nExec=glinta\n[Desktop Action quit]\nHidden=true\n"_ba << enabled;
-        QTest::newRow("commented out") << "[Desktop Entry]\n# Hidden=true\n"_ba << enabled;
     }
 
     void statusReadsTheEntry()
@@ -107,44 +99,23 @@ private Q_SLOTS:
         QFETCH(LoginItem::Status, status);
 
         LoginItem item(m_temporary->path(), u"/usr/bin/glinta"_s);
-        QCOMPARE(item.status(), LoginItem::Status::notRegistered);
         QVERIFY(writeFile(item.filePath(), contents));
         QCOMPARE(item.status(), status);
     }
 
-    void refusedRegistration_data()
+    // Fails for root too, which ignores permissions; a directory under a file is the settings panel's case
+    // (tests/menubar).
+    void entryNameTakenByADirectory()
     {
-        QTest::addColumn<QString>("directory");
-        QTest::addColumn<QString>("reason");
-
-        // These two fail for root too, which ignores permissions.
-        QTest::newRow("directory under a file") << u"file/autostart"_s << qt_error_string(ENOTDIR);
-        QTest::newRow("entry name taken by a directory") << u"taken"_s << u"Filename refers to a directory"_s;
-        if (::geteuid() != 0)
-            QTest::newRow("read-only directory") << u"readonly"_s << qt_error_string(EACCES);
-    }
-
-    void refusedRegistration()
-    {
-        QFETCH(QString, directory);
-        QFETCH(QString, reason);
-
-        QVERIFY(writeFile(path(u"file"_s), "not a directory"));
-        QVERIFY(QDir().mkpath(path(u"taken/glinta.desktop"_s)));
-        QVERIFY(QDir().mkpath(path(u"readonly"_s)));
-        QVERIFY(QFile::setPermissions(path(u"readonly"_s), QFile::ReadOwner | QFile::ExeOwner));
-
-        LoginItem item(path(directory), u"/usr/bin/glinta"_s);
+        LoginItem item(m_temporary->path(), u"/usr/bin/glinta"_s);
+        QVERIFY(QDir().mkpath(item.filePath()));
         try {
             item.registerItem();
             QFAIL("registering succeeded");
         } catch (const LoginItemError &error) {
-            QCOMPARE(error.description(), reason);
+            QCOMPARE(error.description(), u"Filename refers to a directory"_s);
         }
         QCOMPARE(item.status(), LoginItem::Status::notRegistered);
-        // So that the temporary directory can go.
-        QVERIFY(QFile::setPermissions(path(u"readonly"_s),
-                                      QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
     }
 };
 

@@ -1,0 +1,538 @@
+// The panel: the dashboard, or the prompt while nobody is signed in, and the windows it opens (Sign In,
+// Settings, What's New).
+#include "DashboardView.h"
+#include "GlucosePanelView.h"
+#include "GlucoseSnapshot.h"
+#include "LiveStore.h"
+#include "LogCapture.h"
+#include "LoginItem.h"
+#include "LoginView.h"
+#include "ReleaseNotes.h"
+#include "SettingsView.h"
+#include "SignInPromptView.h"
+#include "SymbolLabel.h"
+#include "SystemStyle.h"
+#include "Updater.h"
+#include "WhatsNewView.h"
+#include "WindowRegistry.h"
+
+#include <QButtonGroup>
+#include <QCheckBox>
+#include <QDesktopServices>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTimeZone>
+#include <QToolButton>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+using namespace glinta;
+using glinta::sim::Fault;
+using Kind = GlucoseStore::Status::Kind;
+
+namespace {
+
+const QDateTime taken(QDate(2024, 1, 15), QTime(10, 0), QTimeZone::utc());
+
+struct FakeUpdater : Updater
+{
+    bool canCheck = true;
+    int checks = 0;
+    bool canCheckForUpdates() const override { return canCheck; }
+    void checkForUpdates() override { ++checks; }
+};
+
+std::unique_ptr<GlucoseStore> fixedStore(std::optional<GlucoseReading> latest)
+{
+    GlucoseSnapshot snapshot;
+    snapshot.latest = latest;
+    if (latest)
+        snapshot.history = {*latest};
+    return GlucoseStore::fromSnapshot(snapshot);
+}
+
+QString text(const QWidget *root, const QString &name)
+{
+    const auto *label = root->findChild<QLabel *>(name);
+    return label ? label->text() : u"<missing>"_s;
+}
+
+bool shows(const QWidget *root, const QString &name)
+{
+    const auto *widget = root->findChild<QWidget *>(name);
+    return widget && widget->isVisible();
+}
+
+// By what it reads or what a screen reader calls it.
+template <typename T> T *named(const QWidget *root, const QString &name)
+{
+    for (T *candidate : root->findChildren<T *>()) {
+        if (candidate->accessibleName() == name || candidate->text() == name)
+            return candidate;
+    }
+    return nullptr;
+}
+
+// The check box takes clicks on its indicator and label, not on the blank rest of its row.
+void clickToggle(QCheckBox *toggle)
+{
+    QTest::mouseClick(toggle, Qt::LeftButton, {}, QPoint(toggle->height() / 2, toggle->height() / 2));
+}
+
+// Stands in for the browser.
+class UrlCatcher : public QObject
+{
+    Q_OBJECT
+
+public:
+    QList<QUrl> opened;
+
+public Q_SLOTS:
+    void open(const QUrl &url) { opened.append(url); }
+};
+
+} // namespace
+
+class TestPanel : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir dir;
+    std::unique_ptr<LoginItem> loginItem;
+    std::unique_ptr<LiveStore> live;
+    std::unique_ptr<WindowRegistry> windows;
+    QPointer<QWidget> window;
+    QLineEdit *email = nullptr;
+    QLineEdit *password = nullptr;
+    QPushButton *signIn = nullptr;
+
+    bool open(const QString &id)
+    {
+        window = windows->open(id);
+        return window && QTest::qWaitForWindowExposed(window);
+    }
+
+    bool openLogin(const QString &typedEmail = {}, const QString &typedPassword = {})
+    {
+        if (!open(u"login"_s))
+            return false;
+        email = named<QLineEdit>(window, u"Email"_s);
+        password = named<QLineEdit>(window, u"Password"_s);
+        signIn = named<QPushButton>(window, u"Sign In"_s);
+        if (!email || !password || !signIn)
+            return false;
+        QTest::keyClicks(email, typedEmail);
+        QTest::keyClicks(password, typedPassword);
+        return true;
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        loginItem = std::make_unique<LoginItem>(dir.filePath(u"autostart"_s), u"/usr/bin/glinta"_s);
+        live = std::make_unique<LiveStore>();
+        windows = std::make_unique<WindowRegistry>();
+        windows->declare(u"login"_s, u"Sign In to Glinta"_s,
+                         [this] { return new LoginView(live->store.get(), windows.get()); });
+        windows->declare(u"settings"_s, u"Glinta Settings"_s, [this] {
+            return new SettingsView(live->store.get(), loginItem.get(), windows.get());
+        });
+    }
+
+    void cleanup()
+    {
+        windows.reset();
+        live.reset();
+        loginItem->unregisterItem();
+    }
+
+    // The colour of the value, its age and the stale mark, judged by the wall clock again when the dashboard
+    // appears.
+    void valueAndStaleness_data()
+    {
+        QTest::addColumn<GlucoseReading>("latest");
+        QTest::addColumn<qint64>("ageMs");
+        QTest::addColumn<QString>("tint");
+        QTest::addColumn<bool>("stale");
+        QTest::addColumn<QString>("age");
+        const auto at = [](double mgPerDl, std::optional<TrendArrow> trend = {}, bool high = false,
+                           bool low = false) {
+            return GlucoseReading{taken, mgPerDl, trend, high, low};
+        };
+        QTest::newRow("65") << at(65) << 252'000LL << u"red"_s << false << u"4 min, 12 sec ago"_s;
+        QTest::newRow("70, exactly 900 s") << at(70) << 900'000LL << u"primary"_s << false << u"15 min ago"_s;
+        QTest::newRow("180 steady, 900 s and 1 ms")
+            << at(180, TrendArrow::steady) << 900'001LL << u"primary"_s << true << u"15 min ago"_s;
+        QTest::newRow("181") << at(181) << 0LL << u"orange"_s << false << u"0 sec ago"_s;
+        QTest::newRow("100 flagged low")
+            << at(100, TrendArrow::risingQuickly, false, true) << 0LL << u"red"_s << false << u"0 sec ago"_s;
+        QTest::newRow("150 flagged high")
+            << at(150, {}, true) << 0LL << u"orange"_s << false << u"0 sec ago"_s;
+    }
+
+    void valueAndStaleness()
+    {
+        QFETCH(GlucoseReading, latest);
+        QFETCH(qint64, ageMs);
+        QFETCH(QString, tint);
+        const auto store = fixedStore(latest);
+        QDateTime wall = taken;
+        DashboardView dashboard(store.get(), nullptr, false, nullptr);
+        dashboard.setWallClock([&wall] { return wall; });
+        wall = taken.addMSecs(ageMs);
+        dashboard.show();
+        QTEST(shows(&dashboard, u"stale"_s), "stale");
+        QTEST(text(&dashboard, u"age"_s), "age");
+        // Set after the value is there, so that a scheme change recolours it.
+        const QPalette palette = style::darkPalette();
+        dashboard.setPalette(palette);
+        const QColor expected = tint == u"red"_s      ? style::red(palette)
+                                : tint == u"orange"_s ? style::orange(palette)
+                                                      : style::primaryText(palette);
+        QCOMPARE(dashboard.findChild<QLabel *>(u"value"_s)->palette().color(QPalette::WindowText), expected);
+        // No trend, no arrow.
+        const auto *arrow = dashboard.findChild<QLabel *>(u"trend"_s);
+        QCOMPARE(arrow->isVisible(), latest.trend.has_value());
+        QCOMPARE(arrow->accessibleName(), latest.trend ? spokenName(*latest.trend) : QString());
+    }
+
+    // Waiting while connecting, then the data in the same widgets, then a failure that keeps it.
+    void followsTheStore()
+    {
+        live->service.addFault({u"login"_s, Fault::Kind::delay, 0, 0, {}, {}, 300ms, 1, {}});
+        QCoro::Task<void> signIn = live->store->signIn(live->account().email, live->account().password);
+        DashboardView dashboard(live->store.get(), nullptr, false, nullptr);
+        QDateTime wall = live->clock.now();
+        dashboard.setWallClock([&wall] { return wall; });
+        dashboard.show();
+        QCOMPARE(text(&dashboard, u"waiting"_s), u"Waiting for data…"_s);
+        QVERIFY(shows(&dashboard, u"spinner"_s) && !shows(&dashboard, u"value"_s) &&
+                !shows(&dashboard, u"failure"_s));
+
+        QTRY_COMPARE(live->store->status().kind, Kind::active);
+        const QString value = format(GlucoseUnit::mgPerDl, live->store->latest()->mgPerDl);
+        QVERIFY(!shows(&dashboard, u"waiting"_s) && !shows(&dashboard, u"stale"_s));
+        QCOMPARE(text(&dashboard, u"value"_s), value);
+
+        live->service.addFault({u"graph"_s, Fault::Kind::httpStatus, 500, 0, {}, {}, 0ms, -1, {}});
+        wall = live->store->latest()->date.addSecs(901); // nothing re-reads the clock until the store changes
+        QTest::mouseClick(dashboard.findChild<QToolButton *>(u"refresh"_s), Qt::LeftButton);
+        QTRY_COMPARE(live->store->status().kind, Kind::failed);
+        const auto *failure = dashboard.findChild<SymbolLabel *>(u"failure"_s);
+        QVERIFY(failure->isVisible() && shows(&dashboard, u"stale"_s));
+        QCOMPARE(failure->text(), live->store->status().message);
+        QCOMPARE(text(&dashboard, u"value"_s), value);
+    }
+
+    void unitPicker()
+    {
+        const auto store = fixedStore(GlucoseReading{taken, 100, {}, false, false});
+        DashboardView dashboard(store.get(), nullptr, false, nullptr);
+        const QList<QAbstractButton *> segments = dashboard.findChild<QButtonGroup *>()->buttons();
+        QCOMPARE(segments[0]->text() + u'|' + segments[1]->text(), u"mg/dL|mmol/L"_s);
+        QVERIFY(segments[0]->isChecked());
+        QTest::mouseClick(segments[1], Qt::LeftButton);
+        QCOMPARE(store->unit(), GlucoseUnit::mmolPerL);
+        QCOMPARE(text(&dashboard, u"value"_s) + text(&dashboard, u"unit"_s), u"5.5mmol/L"_s);
+        QCOMPARE(text(&dashboard, u"average"_s), u"5.5"_s);
+    }
+
+    void gearMenu_data()
+    {
+        QTest::addColumn<bool>("hasUpdater");
+        QTest::addColumn<bool>("canCheck");
+        QTest::addColumn<bool>("declared");
+        QTest::newRow("everything available") << true << true << true;
+        QTest::newRow("a check is running") << true << false << true;
+        QTest::newRow("no updater, no windows yet") << false << true << false;
+    }
+
+    void gearMenu()
+    {
+        QFETCH(bool, hasUpdater);
+        QFETCH(bool, canCheck);
+        QFETCH(bool, declared);
+        const auto store = fixedStore(std::nullopt);
+        FakeUpdater updater;
+        updater.canCheck = canCheck;
+        WindowRegistry windows;
+        const QStringList ids{u"about"_s, u"whats-new"_s, u"settings"_s};
+        for (const QString &id : declared ? ids : QStringList())
+            windows.declare(id, id, [] { return new QLabel; });
+        DashboardView dashboard(store.get(), hasUpdater ? &updater : nullptr, false, &windows);
+        QSignalSpy quit(&dashboard, &DashboardView::quitRequested);
+        QSignalSpy opened(&windows, &WindowRegistry::opened);
+        const std::unique_ptr<QMenu> menu(dashboard.buildGearMenu());
+
+        QStringList items;
+        QList<bool> enabled;
+        for (const QAction *action : menu->actions()) {
+            items.append(action->text() + u'|' + action->shortcut().toString(QKeySequence::PortableText));
+            enabled.append(action->isEnabled());
+        }
+        QCOMPARE(items, (QStringList{u"About Glinta|"_s, u"Check for Updates…|"_s, u"What's New…|"_s, u"|"_s,
+                                     u"Settings…|Ctrl+,"_s, u"|"_s, u"Quit Glinta|Ctrl+Q"_s}));
+        QCOMPARE(enabled,
+                 (QList<bool>{declared, hasUpdater && canCheck, declared, true, declared, true, true}));
+
+        // Each item does what it says, in menu order: the windows open through the registry.
+        for (QAction *action : menu->actions())
+            action->trigger();
+        QStringList order;
+        for (const QList<QVariant> &call : std::as_const(opened))
+            order.append(call.at(0).toString());
+        QCOMPARE(order, declared ? ids : QStringList());
+        QCOMPARE(updater.checks, hasUpdater && canCheck ? 1 : 0);
+        QCOMPARE(quit.size(), 1);
+    }
+
+    // The prompt's Sign In… goes through the registry, so that there is only ever one sign-in window.
+    // Connecting without a saved e-mail is still nobody signed in; a failure while signed in keeps the
+    // same dashboard. Either view's Quit is the panel's.
+    void panelFollowsSignIn()
+    {
+        GlucosePanelView panel(live->store.get(), live->preferences.get(), nullptr, false, windows.get());
+        QSignalSpy quit(&panel, &GlucosePanelView::quitRequested);
+        const QPointer<SignInPromptView> prompt = qobject_cast<SignInPromptView *>(panel.content());
+        QVERIFY(prompt);
+        QTest::mouseClick(named<QPushButton>(prompt, u"Sign In\u2026"_s), Qt::LeftButton);
+        QVERIFY(windows->window(u"login"_s));
+        live->service.addFault({u"login"_s, Fault::Kind::delay, 0, 0, {}, {}, 100ms, 1, {}});
+        QCoro::Task<void> signIn = live->store->signIn(live->account().email, live->account().password);
+        QCOMPARE(live->store->status().kind, Kind::connecting);
+        QCOMPARE(panel.content(), prompt.data());
+        QTest::mouseClick(named<QPushButton>(prompt, u"Quit"_s), Qt::LeftButton);
+
+        QTRY_VERIFY(!prompt);
+        const QPointer<DashboardView> dashboard = qobject_cast<DashboardView *>(panel.content());
+        QVERIFY(dashboard);
+        Q_EMIT dashboard->quitRequested();
+        QCOMPARE(quit.size(), 2);
+        live->service.addFault({u"graph"_s, Fault::Kind::httpStatus, 500, 0, {}, {}, 0ms, -1, {}});
+        QCoro::Task<void> failing = live->store->refresh();
+        QTRY_COMPARE(live->store->status().kind, Kind::failed);
+        QCOMPARE(panel.content(), dashboard.data());
+
+        live->store->signOut();
+        QVERIFY(qobject_cast<SignInPromptView *>(panel.content()));
+        QTRY_VERIFY(!dashboard);
+    }
+
+    // An e-mail is saved but the keyring has no password for it: the store ends up logged out.
+    void panelShowsThePromptWhenThePasswordIsMissing()
+    {
+        live->preferences->setLibreLinkUpEmail(live->account().email);
+        GlucoseStore store({live->client.get(), &live->keychain, live->snapshots.get(),
+                            live->preferences.get(), &live->widgets, &live->clock,
+                            BuildInfo{u"1.3.5"_s, u"1"_s}});
+        GlucosePanelView panel(&store, live->preferences.get(), nullptr, false, nullptr);
+        store.start();
+        QTRY_COMPARE(store.status().kind, Kind::loggedOut);
+        QVERIFY(store.savedEmail() && qobject_cast<SignInPromptView *>(panel.content()));
+    }
+
+    // The button follows the texts, blanks included, and Return in a field does not submit.
+    void typing_data()
+    {
+        QTest::addColumn<QString>("typedEmail");
+        QTest::addColumn<QString>("typedPassword");
+        QTest::addColumn<bool>("enabled");
+        QTest::newRow("no password") << u"a"_s << QString() << false;
+        QTest::newRow("no email") << QString() << u"b"_s << false;
+        QTest::newRow("blanks count") << u" "_s << u" "_s << true;
+    }
+
+    void typing()
+    {
+        QFETCH(QString, typedEmail);
+        QFETCH(QString, typedPassword);
+        QVERIFY(openLogin(typedEmail, typedPassword));
+        QTEST(signIn->isEnabled(), "enabled");
+        QTest::keyClick(email, Qt::Key_Return);
+        QTest::keyClick(password, Qt::Key_Return);
+        // Signing in turns the status to connecting at once.
+        QCOMPARE(live->store->status().kind, Kind::loggedOut);
+    }
+
+    // A wrong password keeps the window and what was typed, with the message. The next try hides the
+    // message while it runs and takes no second click, and closes the window on success; the next one
+    // starts empty.
+    void signingIn()
+    {
+        QVERIFY(openLogin(live->account().email, u"wrong"_s));
+        QTest::mouseClick(signIn, Qt::LeftButton);
+        QTRY_COMPARE(live->store->status().kind, Kind::failed);
+        QTest::qWait(20); // the view's own task ends after the status changes
+        QVERIFY(window);
+        const auto *message = named<QLabel>(window, u"LibreLinkUp rejected the email or password."_s);
+        QVERIFY(message && message->isVisible());
+        QVERIFY(signIn->isEnabled() && signIn->text() == u"Sign In"_s);
+        QCOMPARE(email->text() + u'|' + password->text(), live->account().email + u"|wrong"_s);
+
+        live->service.addFault({u"login"_s, Fault::Kind::delay, 0, 0, {}, {}, 300ms, 1, {}});
+        password->clear();
+        QTest::keyClicks(password, live->account().password);
+        QTest::mouseClick(signIn, Qt::LeftButton);
+        QCOMPARE(live->store->status().kind, Kind::connecting);
+        QVERIFY(!message->isVisible() && !signIn->isEnabled());
+        QTRY_VERIFY(!window);
+        QCOMPARE(live->store->savedEmail(), std::optional(live->account().email));
+        QVERIFY(openLogin());
+        QVERIFY(email->text().isEmpty() && password->text().isEmpty());
+    }
+
+    // The sign-in goes on without the view, and a window opened meanwhile is left alone.
+    void closedWhileSigningIn()
+    {
+        live->service.addFault({u"login"_s, Fault::Kind::delay, 0, 0, {}, {}, 200ms, 1, {}});
+        QVERIFY(openLogin(live->account().email, live->account().password));
+        QTest::mouseClick(signIn, Qt::LeftButton);
+        windows->dismiss(u"login"_s);
+        QTRY_VERIFY(!window);
+        QVERIFY(openLogin());
+        QTRY_COMPARE(live->store->savedEmail(), std::optional(live->account().email));
+        QTest::qWait(20);
+        QVERIFY(window);
+    }
+
+    void linkOpensSignUpSite()
+    {
+        UrlCatcher browser;
+        QDesktopServices::setUrlHandler(u"https"_s, &browser, "open");
+        QVERIFY(openLogin());
+        QLabel *link = named<QLabel>(window, u"Don't have an account? Set up LibreLinkUp\u2026"_s);
+        QVERIFY(link);
+        QTest::mouseClick(link, Qt::LeftButton, {}, QPoint(4, link->height() / 2));
+        QDesktopServices::unsetUrlHandler(u"https"_s);
+        QCOMPARE(browser.opened, QList{QUrl(u"https://www.librelinkup.com/"_s)});
+    }
+
+    // Changed behind the window's back (the desktop's own startup settings), it is read again when shown.
+    void launchAtLoginFollowsTheLoginItem()
+    {
+        LogCapture log;
+        QVERIFY(open(u"settings"_s));
+        QCheckBox *launch = named<QCheckBox>(window, u"Launch Glinta at login"_s);
+        QVERIFY(launch && !launch->isChecked());
+        clickToggle(launch);
+        QVERIFY(launch->isChecked());
+        QCOMPARE(loginItem->status(), LoginItem::Status::enabled);
+        clickToggle(launch);
+        QVERIFY(!launch->isChecked() && !QFile::exists(loginItem->filePath()));
+        QVERIFY(log.inCategory(u"com.nordvik.glinta.SettingsView"_s).isEmpty());
+
+        window->hide();
+        loginItem->registerItem();
+        window->show();
+        QVERIFY(launch->isChecked());
+    }
+
+    void launchAtLoginRefusedSpringsBack()
+    {
+        QVERIFY(QFile(dir.filePath(u"file"_s)).open(QIODevice::WriteOnly)); // a file where a folder must go
+        loginItem = std::make_unique<LoginItem>(dir.filePath(u"file/autostart"_s), u"/usr/bin/glinta"_s);
+        LogCapture log;
+        QVERIFY(open(u"settings"_s));
+        QCheckBox *launch = named<QCheckBox>(window, u"Launch Glinta at login"_s);
+        clickToggle(launch);
+        QVERIFY(!launch->isChecked());
+        const QList<LogCapture::Entry> lines = log.inCategory(u"com.nordvik.glinta.SettingsView"_s);
+        QCOMPARE(lines.size(), 1);
+        QCOMPARE(lines.first().type, QtCriticalMsg);
+        QCOMPARE(lines.first().message, u"Launch at Login change failed: Not a directory"_s);
+    }
+
+    // The account follows the store; signing out asks first, and only its own button signs out.
+    void accountAndSignOut_data()
+    {
+        QTest::addColumn<QString>("answer"); // empty: Escape
+        QTest::addColumn<bool>("signsOut");
+        QTest::newRow("Sign Out") << u"Sign Out"_s << true;
+        QTest::newRow("Escape") << QString() << false;
+    }
+
+    void accountAndSignOut()
+    {
+        QFETCH(QString, answer);
+        QFETCH(bool, signsOut);
+        QVERIFY(open(u"settings"_s));
+        QLabel *account = named<QLabel>(window, u"Not signed in"_s);
+        QPushButton *signOut = named<QPushButton>(window, u"Sign Out\u2026"_s);
+        QVERIFY(account && signOut && !signOut->isVisible());
+        QCoro::waitFor(live->store->signIn(live->account().email, live->account().password)); // never throws
+        QCOMPARE(account->text(), live->account().email);
+        QVERIFY(signOut->isVisible());
+
+        // Shown without an event loop of its own, or the click would not return.
+        QTest::mouseClick(signOut, Qt::LeftButton);
+        const QPointer<QMessageBox> alert = window->findChild<SettingsView *>()->signOutAlert();
+        QVERIFY(alert && QTest::qWaitForWindowExposed(alert));
+        QStringList texts{alert->text(), alert->informativeText()};
+        for (const QAbstractButton *button : alert->buttons())
+            texts.append(button->text());
+        QCOMPARE(texts, (QStringList{u"Sign out of LibreLinkUp?"_s,
+                                     u"Glinta will forget the saved password and stop showing readings. You "
+                                     u"can sign in again at any time."_s,
+                                     u"Sign Out"_s, u"Cancel"_s}));
+        QCOMPARE(alert->defaultButton(), alert->buttons().first());
+
+        if (answer.isEmpty())
+            QTest::keyClick(alert, Qt::Key_Escape);
+        else
+            QTest::mouseClick(named<QPushButton>(alert, answer), Qt::LeftButton);
+        QTRY_VERIFY(!alert);
+        QCOMPARE(live->store->savedEmail().has_value(), !signsOut);
+        QTest::qWait(20);
+        QTRY_COMPARE(windows->window(u"settings"_s) == nullptr, signsOut);
+    }
+
+    // Newest first, in the wording they shipped with: the warning sign keeps its text-style selector and
+    // the dashes are real em dashes. A screen reader hears each entry as one sentence per change.
+    void whatsNewIsNewestFirstAndVerbatim()
+    {
+        QStringList versions;
+        for (const ReleaseNote &note : releaseNotes())
+            versions.append(note.version);
+        QCOMPARE(versions, (QStringList{u"1.3.5"_s, u"1.3.4"_s, u"1.3.3"_s, u"1.3.2"_s, u"1.3.1"_s, u"1.3"_s,
+                                        u"1.2.1"_s, u"1.2"_s, u"1.1"_s, u"1.0"_s}));
+        QVERIFY(
+            releaseNotes().at(0).changes.at(0).contains(u"showing with no \u26A0\uFE0E \u2014 looking"_s));
+        QVERIFY(releaseNotes().at(2).changes.at(0).contains(u"staying blank \u2014 it waited"_s));
+        QVERIFY(releaseNotes().at(3).changes.at(1).startsWith(u"What\x27s New: "_s));
+        QCOMPARE(WhatsNewView(u"1.2"_s).entryAccessibilityLabels().at(7),
+                 u"Version 1.2, July 2026, installed. Desktop widgets: current reading, chart, and 12-hour "
+                 u"stats.. Sign-in moved to its own window so password AutoFill works."_s);
+    }
+
+    void whatsNewMarksOnlyTheRunningVersion_data()
+    {
+        QTest::addColumn<std::optional<QString>>("current");
+        QTest::addColumn<QStringList>("marked");
+        QTest::newRow("absent") << std::optional<QString>() << QStringList();
+        QTest::newRow("1.3 is not 1.3.x") << std::optional(u"1.3"_s) << QStringList{u"1.3"_s};
+        QTest::newRow("no padding of versions") << std::optional(u"1.3.0"_s) << QStringList();
+    }
+
+    void whatsNewMarksOnlyTheRunningVersion()
+    {
+        QFETCH(std::optional<QString>, current);
+        QFETCH(QStringList, marked);
+        const WhatsNewView view(current);
+        const QList<QWidget *> entries = view.findChildren<QWidget *>(u"entry"_s);
+        QCOMPARE(entries.size(), releaseNotes().size());
+        QStringList badged;
+        for (int i = 0; i < entries.size(); ++i) {
+            if (const auto *badge = entries[i]->findChild<QLabel *>(u"installedBadge"_s))
+                badged.append(badge->text() == u"Installed"_s ? releaseNotes().at(i).version : badge->text());
+        }
+        QCOMPARE(badged, marked);
+    }
+};
+
+QTEST_MAIN(TestPanel)
+#include "tst_panel.moc"
