@@ -71,6 +71,18 @@ public:
         return false;
     }
 
+    // The service's next reading, as a minute of real polling brings: outside the measured time.
+    bool nextReading(benchmark::State &state)
+    {
+        using namespace std::chrono_literals;
+        state.PauseTiming();
+        const bool advanced = m_simulator.advance(m_network, 60s);
+        state.ResumeTiming();
+        if (!advanced)
+            state.SkipWithError("glinta-sim did not move its clock on");
+        return advanced;
+    }
+
     // Signs in, then one cycle an iteration and nothing else.
     void timeCycles(benchmark::State &state)
     {

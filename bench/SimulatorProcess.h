@@ -3,9 +3,17 @@
 // glinta-sim in a process of its own, so a benchmark's CPU time is the client's alone.
 #include "ServiceEndpoints.h"
 
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QProcess>
 #include <QString>
 #include <QUrl>
+
+#include <chrono>
 
 #include <cstdio>
 #include <cstdlib>
@@ -38,6 +46,22 @@ public:
     SimulatorProcess &operator=(const SimulatorProcess &) = delete;
 
     const glinta::ServiceEndpoints &endpoints() const { return m_endpoints; }
+
+    // Moves the service's clock on, so that the next read brings newer readings; true when it did.
+    bool advance(QNetworkAccessManager &network, std::chrono::seconds by)
+    {
+        QNetworkRequest request(m_endpoints.defaultBaseUrl.resolved(QUrl(QStringLiteral("_sim/clock"))));
+        request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
+        const QJsonObject body{{QStringLiteral("advanceSeconds"), qint64(by.count())}};
+        QNetworkReply *reply = network.post(request, QJsonDocument(body).toJson());
+        QElapsedTimer waited;
+        waited.start();
+        while (!reply->isFinished() && waited.elapsed() < 10000)
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+        const bool ok = reply->isFinished() && reply->error() == QNetworkReply::NoError;
+        reply->deleteLater();
+        return ok;
+    }
 
 private:
     QProcess m_process;

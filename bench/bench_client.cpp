@@ -5,6 +5,7 @@
 #include "QtBenchmarkMain.h"
 #include "SimulatorProcess.h"
 
+#include <QCoreApplication>
 #include <QNetworkAccessManager>
 
 #include <benchmark/benchmark.h>
@@ -78,4 +79,4 @@ BENCHMARK(BM_GraphOnSession)->Iterations(1)->Repetitions(100)->Unit(benchmark::k
 
 } // namespace
 
-GLINTA_QT_BENCHMARK_MAIN()
+GLINTA_QT_BENCHMARK_MAIN(QCoreApplication)

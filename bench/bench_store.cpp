@@ -3,6 +3,8 @@
 #include "BenchRig.h"
 #include "QtBenchmarkMain.h"
 
+#include <QCoreApplication>
+
 #include <benchmark/benchmark.h>
 
 #include <fstream>
@@ -48,4 +50,4 @@ BENCHMARK(BM_Soak)->Arg(10000)->Iterations(1)->Unit(benchmark::kSecond);
 
 } // namespace
 
-GLINTA_QT_BENCHMARK_MAIN()
+GLINTA_QT_BENCHMARK_MAIN(QCoreApplication)

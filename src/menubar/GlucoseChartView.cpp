@@ -125,10 +125,19 @@ bool GlucoseChartView::showsEmptyState() const
     return m_pages->currentWidget() == m_emptyLabel;
 }
 
-// Rebuilding the chart is most of what a poll costs; with the panel closed nobody sees it.
+// Rebuilding the chart is most of what a poll costs; with the panel closed nobody sees it. A poll
+// changes the latest reading and the history one after the other: one rebuild, after both, serves.
 void GlucoseChartView::redrawWhenShown(Pending work)
 {
     m_pending = std::max(m_pending, work);
+    if (!isVisible() || m_pending == Pending::nothing || std::exchange(m_redrawPosted, true))
+        return;
+    QMetaObject::invokeMethod(this, &GlucoseChartView::redrawPending, Qt::QueuedConnection);
+}
+
+void GlucoseChartView::redrawPending()
+{
+    m_redrawPosted = false;
     if (!isVisible())
         return;
     const Pending pending = std::exchange(m_pending, Pending::nothing);
@@ -141,7 +150,7 @@ void GlucoseChartView::redrawWhenShown(Pending work)
 void GlucoseChartView::showEvent(QShowEvent *event)
 {
     QWidget::showEvent(event);
-    redrawWhenShown(Pending::nothing);
+    redrawPending();
 }
 
 void GlucoseChartView::changeEvent(QEvent *event)
@@ -168,12 +177,15 @@ void GlucoseChartView::paintEvent(QPaintEvent *)
 void GlucoseChartView::rebuild()
 {
     const QList<GlucoseReading> history = m_store->history();
-    m_chart->removeAllSeries();
-    m_latestDot = nullptr;
     m_pages->setCurrentWidget(history.isEmpty() ? static_cast<QWidget *>(m_emptyLabel) : m_chartView);
     update();
-    if (history.isEmpty())
+    if (history.isEmpty()) {
+        m_chart->removeAllSeries();
+        m_band = nullptr;
+        m_lines.clear();
+        m_latestDot = nullptr;
         return;
+    }
 
     const GlucoseUnit unit = m_store->unit();
     const QPalette colours = palette();
@@ -183,35 +195,51 @@ void GlucoseChartView::rebuild()
         series->attachAxis(m_valueAxis);
     };
 
-    // Colours are set after adding: the chart's theme paints over series that still have default pens.
-    auto *band = new QAreaSeries;
-    auto *bandTop = new QLineSeries(band);
-    auto *bandBottom = new QLineSeries(band);
+    // The series are kept from poll to poll and given new points: making the chart's items anew each
+    // time cost more than drawing them. Colours are set after adding: the chart's theme paints over
+    // series that still have default pens.
+    if (!m_band) {
+        m_band = new QAreaSeries;
+        m_band->setUpperSeries(new QLineSeries(m_band));
+        m_band->setLowerSeries(new QLineSeries(m_band));
+        attach(m_band);
+        m_band->setPen(Qt::NoPen);
+    }
     const qreal start = plotted(history.first().date);
     const qreal end = plotted(history.last().date);
     const double high = plotted(targetHighMgPerDl, unit);
     const double low = plotted(targetLowMgPerDl, unit);
-    bandTop->append(QList<QPointF>{{start, high}, {end, high}});
-    bandBottom->append(QList<QPointF>{{start, low}, {end, low}});
-    band->setUpperSeries(bandTop);
-    band->setLowerSeries(bandBottom);
-    attach(band);
-    band->setPen(Qt::NoPen);
-    band->setBrush(withOpacity(style::green(colours), 0.1));
+    m_band->upperSeries()->replace(QList<QPointF>{{start, high}, {end, high}});
+    m_band->lowerSeries()->replace(QList<QPointF>{{start, low}, {end, low}});
+    m_band->setBrush(withOpacity(style::green(colours), 0.1));
 
     // Straight lines through every vertex, so neighbouring segments meet on the red line.
-    for (const GlucoseChartSegment &segment : chartSegments(history, redLineMgPerDl)) {
+    const QList<GlucoseChartSegment> segments = chartSegments(history, redLineMgPerDl);
+    while (m_lines.size() > segments.size()) {
+        QLineSeries *line = m_lines.takeLast();
+        m_chart->removeSeries(line);
+        delete line;
+    }
+    for (qsizetype i = 0; i < segments.size(); ++i) {
+        const GlucoseChartSegment &segment = segments[i];
         QList<QPointF> points;
         points.reserve(segment.points.size());
         for (const GlucoseChartPoint &point : segment.points)
             points.append({plotted(point.date), plotted(point.mgPerDl, unit)});
-        auto *line = new QLineSeries;
-        line->append(points);
-        attach(line);
+        if (i == m_lines.size()) {
+            m_lines.append(new QLineSeries);
+            attach(m_lines.last());
+            // The dot is added again after it, so that it stays on top.
+            if (m_latestDot) {
+                m_chart->removeSeries(m_latestDot);
+                delete std::exchange(m_latestDot, nullptr);
+            }
+        }
+        m_lines[i]->replace(points);
         QPen pen(segment.isBelowRedLine ? style::red(colours) : style::accent(colours), lineWidth);
         pen.setCapStyle(Qt::RoundCap);
         pen.setJoinStyle(Qt::RoundJoin);
-        line->setPen(pen);
+        m_lines[i]->setPen(pen);
     }
 
     const GlucoseChartDomain domain = chartYDomain(history, unit);
@@ -226,26 +254,28 @@ void GlucoseChartView::rebuild()
 
 void GlucoseChartView::rebuildLatest()
 {
-    if (m_latestDot) {
-        m_chart->removeSeries(m_latestDot);
-        delete m_latestDot;
-        m_latestDot = nullptr;
-    }
     if (showsEmptyState())
         return;
-
-    if (const std::optional<GlucoseReading> latest = m_store->latest()) {
-        const QPalette colours = palette();
-        // Added last, so it lies on top of the line.
-        m_latestDot = new QScatterSeries;
-        m_latestDot->append(plotted(latest->date), plotted(latest->mgPerDl, m_store->unit()));
-        m_chart->addSeries(m_latestDot);
-        m_latestDot->attachAxis(m_timeAxis);
-        m_latestDot->attachAxis(m_valueAxis);
+    const std::optional<GlucoseReading> latest = m_store->latest();
+    if (!latest) {
+        if (m_latestDot) {
+            m_chart->removeSeries(m_latestDot);
+            delete std::exchange(m_latestDot, nullptr);
+        }
+    } else {
+        if (!m_latestDot) {
+            // Added last, so it lies on top of the line.
+            m_latestDot = new QScatterSeries;
+            m_latestDot->append(0, 0);
+            m_chart->addSeries(m_latestDot);
+            m_latestDot->attachAxis(m_timeAxis);
+            m_latestDot->attachAxis(m_valueAxis);
+            m_latestDot->setMarkerShape(QScatterSeries::MarkerShapeCircle);
+            m_latestDot->setMarkerSize(dotSize);
+        }
+        m_latestDot->replace(0, plotted(latest->date), plotted(latest->mgPerDl, m_store->unit()));
         const QColor colour =
-            latest->mgPerDl >= redLineMgPerDl ? style::accent(colours) : style::red(colours);
-        m_latestDot->setMarkerShape(QScatterSeries::MarkerShapeCircle);
-        m_latestDot->setMarkerSize(dotSize);
+            latest->mgPerDl >= redLineMgPerDl ? style::accent(palette()) : style::red(palette());
         m_latestDot->setColor(colour);
         m_latestDot->setBorderColor(colour);
     }

@@ -1,11 +1,14 @@
 #pragma once
 
+#include <QList>
 #include <QWidget>
 
+class QAreaSeries;
 class QChart;
 class QChartView;
 class QDateTimeAxis;
 class QLabel;
+class QLineSeries;
 class QScatterSeries;
 class QStackedLayout;
 class QValueAxis;
@@ -40,6 +43,7 @@ private:
         everything,
     };
     void redrawWhenShown(Pending work);
+    void redrawPending();
 
     void rebuild();
     void rebuildLatest();
@@ -53,9 +57,12 @@ private:
     QLabel *m_emptyLabel;
     QChartView *m_chartView;
     QStackedLayout *m_pages;
+    QAreaSeries *m_band = nullptr;
+    QList<QLineSeries *> m_lines;
     // Kept so that a new latest reading replaces only the dot, not the whole history.
     QScatterSeries *m_latestDot = nullptr;
     Pending m_pending = Pending::nothing;
+    bool m_redrawPosted = false;
 };
 
 } // namespace glinta
