@@ -51,4 +51,13 @@ GlucoseReading readingFromJson(const QJsonValue &value, const json::Path &at)
     return reading;
 }
 
+GlucoseRange glucoseRange(const GlucoseReading &reading, double lowMgPerDl, double highMgPerDl)
+{
+    if (reading.isLow || reading.mgPerDl < lowMgPerDl)
+        return GlucoseRange::low;
+    if (reading.isHigh || reading.mgPerDl > highMgPerDl)
+        return GlucoseRange::high;
+    return GlucoseRange::inRange;
+}
+
 } // namespace glinta

@@ -26,6 +26,16 @@ struct GlucoseReading
     friend bool operator==(const GlucoseReading &, const GlucoseReading &) = default;
 };
 
+// Where a reading stands against a target range: the service's own high and low flags first, then the
+// range's bounds (inclusive).
+enum class GlucoseRange
+{
+    low,
+    inRange,
+    high,
+};
+GlucoseRange glucoseRange(const GlucoseReading &reading, double lowMgPerDl, double highMgPerDl);
+
 // The reading's JSON object: "date" (seconds since 2001-01-01 UTC), "mgPerDl", "trend" (left out when
 // absent), "isHigh", "isLow", in that order.
 void writeJson(JsonWriter &writer, const GlucoseReading &reading);

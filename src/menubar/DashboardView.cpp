@@ -292,12 +292,9 @@ void DashboardView::updateContents()
     m_spinner->setVisible(!latest && status.kind == GlucoseStore::Status::Kind::connecting);
     if (latest) {
         m_value->setText(format(unit, latest->mgPerDl));
-        QColor valueColor = style::primaryText(colors);
-        if (latest->isLow || latest->mgPerDl < GlucoseStore::targetLowMgPerDl)
-            valueColor = style::red(colors);
-        else if (latest->isHigh || latest->mgPerDl > GlucoseStore::targetHighMgPerDl)
-            valueColor = style::orange(colors);
-        setTextColor(m_value, valueColor);
+        setTextColor(m_value, style::rangeColour(glucoseRange(*latest, GlucoseStore::targetLowMgPerDl,
+                                                              GlucoseStore::targetHighMgPerDl),
+                                                 colors));
         m_trend->setVisible(latest->trend.has_value());
         m_trend->setText(latest->trend ? symbol(*latest->trend) : QString());
         m_trend->setAccessibleName(latest->trend ? spokenName(*latest->trend) : QString());

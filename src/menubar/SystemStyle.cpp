@@ -61,6 +61,19 @@ QColor orange(const QPalette &palette)
     return isDark(palette) ? QColor(0xFF, 0x9F, 0x0A) : QColor(0xFF, 0x95, 0x00);
 }
 
+QColor rangeColour(GlucoseRange range, const QPalette &palette)
+{
+    switch (range) {
+    case GlucoseRange::low:
+        return red(palette);
+    case GlucoseRange::high:
+        return orange(palette);
+    case GlucoseRange::inRange:
+        break;
+    }
+    return primaryText(palette);
+}
+
 QColor green(const QPalette &palette)
 {
     return isDark(palette) ? QColor(0x30, 0xD1, 0x58) : QColor(0x34, 0xC7, 0x59);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "GlucoseReading.h"
+
 #include <QColor>
 #include <QFont>
 #include <QPalette>
@@ -33,6 +35,8 @@ QColor quaternaryFill(const QPalette &palette);
 QColor accent(const QPalette &palette);
 QColor red(const QPalette &palette);
 QColor orange(const QPalette &palette);
+// A glucose value's colour: red below the range, orange above it, the primary text colour within.
+QColor rangeColour(GlucoseRange range, const QPalette &palette);
 QColor green(const QPalette &palette);
 
 QFont font(TextStyle textStyle);

@@ -336,12 +336,9 @@ void GlucoseWidgetView::fill()
               style::TextStyle::caption2);
 
     m_parts.value->setText(format(snapshot.unit, latest.mgPerDl));
-    QColor valueColor = style::primaryText(colours);
-    if (latest.isLow || latest.mgPerDl < snapshot.targetLowMgPerDl)
-        valueColor = style::red(colours);
-    else if (latest.isHigh || latest.mgPerDl > snapshot.targetHighMgPerDl)
-        valueColor = style::orange(colours);
-    setTextColor(m_parts.value, valueColor);
+    setTextColor(m_parts.value,
+                 style::rangeColour(
+                     glucoseRange(latest, snapshot.targetLowMgPerDl, snapshot.targetHighMgPerDl), colours));
 
     m_parts.trend->setVisible(latest.trend.has_value());
     m_parts.trend->setText(latest.trend ? symbol(*latest.trend) : QString());

@@ -19,13 +19,17 @@ namespace {
 // vanishes reads as a crashed script.
 const QString noDataText = u"\u2013"_s;
 
+// The widget's colour rule, against the snapshot's own target range.
 QString rangeClass(const GlucoseSnapshot &snapshot, const GlucoseReading &latest)
 {
-    // The widget's colour rule: the service's flags first, then the snapshot's own target range.
-    if (latest.isLow || latest.mgPerDl < snapshot.targetLowMgPerDl)
+    switch (glucoseRange(latest, snapshot.targetLowMgPerDl, snapshot.targetHighMgPerDl)) {
+    case GlucoseRange::low:
         return u"low"_s;
-    if (latest.isHigh || latest.mgPerDl > snapshot.targetHighMgPerDl)
+    case GlucoseRange::high:
         return u"high"_s;
+    case GlucoseRange::inRange:
+        break;
+    }
     return u"in-range"_s;
 }
 
