@@ -15,6 +15,7 @@
 #include <QTimer>
 #include <QUuid>
 
+#include <algorithm>
 #include <cmath>
 
 using namespace Qt::StringLiterals;
@@ -25,6 +26,8 @@ namespace {
 
 constexpr qint64 historySpanMinutes = 12 * 60;
 constexpr qint64 historyStepMinutes = 15;
+constexpr qsizetype maximumLogEntries = 10000;
+constexpr qsizetype statsLogEntries = 200;
 
 QByteArray headerValue(const QHttpServerRequest &request, const QByteArray &name)
 {
@@ -41,6 +44,58 @@ QByteArray messageBody(const QString &message)
     writer.beginObject();
     writer.key("message"_L1);
     writer.value(message);
+    writer.endObject();
+    return writer.takeBytes();
+}
+
+// The numbers of a dotted version ("4.16.0"), or none when the text is not one.
+std::optional<QList<quint64>> versionNumbers(const QByteArray &text)
+{
+    QList<quint64> numbers;
+    for (const QByteArray &part : text.split('.')) {
+        bool ok = !part.isEmpty() &&
+                  std::all_of(part.cbegin(), part.cend(), [](char c) { return c >= '0' && c <= '9'; });
+        const quint64 number = ok ? part.toULongLong(&ok) : 0;
+        if (!ok)
+            return std::nullopt;
+        numbers.append(number);
+    }
+    return numbers;
+}
+
+// Missing components count as 0, and anything that is not a dotted version is lower than every version.
+bool isLowerVersion(const QByteArray &version, const QByteArray &minimum)
+{
+    const std::optional<QList<quint64>> have = versionNumbers(version);
+    const std::optional<QList<quint64>> need = versionNumbers(minimum);
+    if (!have || !need)
+        return true;
+    for (qsizetype i = 0; i < std::max(have->size(), need->size()); ++i) {
+        if (have->value(i) != need->value(i))
+            return have->value(i) < need->value(i);
+    }
+    return false;
+}
+
+// What the service answers an app it no longer serves.
+QByteArray versionTooOldBody(const Fault &fault)
+{
+    JsonWriter writer;
+    writer.beginObject();
+    writer.key("status"_L1);
+    writer.value(std::int64_t(920));
+    if (!fault.omitVersion) {
+        writer.key("data"_L1);
+        writer.beginObject();
+        writer.key("minimumVersion"_L1);
+        writer.value(fault.version);
+        writer.endObject();
+        writer.key("error"_L1);
+        writer.beginObject();
+        writer.key("message"_L1);
+        writer.value(fault.message.value_or(u"app version too old"_s));
+        writer.endObject();
+    }
     writer.endObject();
     return writer.takeBytes();
 }
@@ -68,7 +123,13 @@ quint16 SimulatedService::start(quint16 port)
 {
     m_port = listen(QHostAddress::LocalHost, port);
     for (QTcpServer *server : servers()) {
-        connect(server, &QTcpServer::newConnection, this, [this] { ++m_connections; });
+        connect(server, &QTcpServer::newConnection, this, [this, server] {
+            ++m_connections;
+            // Plain and TLS servers alike keep each socket they accept as a child; the TLS one from before
+            // its handshake.
+            for (QTcpSocket *socket : server->findChildren<QTcpSocket *>(Qt::FindDirectChildrenOnly))
+                trackConnection(socket);
+        });
     }
     return m_port;
 }
@@ -148,11 +209,65 @@ int SimulatedService::connectionCount() const
     return m_connections;
 }
 
+int SimulatedService::openConnections() const
+{
+    return static_cast<int>(m_openSockets.size());
+}
+
+int SimulatedService::peakOpenConnections() const
+{
+    return m_peakOpenSockets;
+}
+
+QList<RequestRecord> SimulatedService::requestLog() const
+{
+    return m_requestLog;
+}
+
 void SimulatedService::resetCounters()
 {
     m_requests.clear();
     m_connections = 0;
+    m_peakOpenSockets = static_cast<int>(m_openSockets.size());
+    m_requestLogDropped += m_requestLog.size();
+    m_requestLog.clear();
     m_lastHeaders.clear();
+}
+
+void SimulatedService::trackConnection(QTcpSocket *socket)
+{
+    if (m_openSockets.contains(socket) || socket->state() == QAbstractSocket::UnconnectedState)
+        return;
+    m_openSockets.insert(socket);
+    m_peakOpenSockets = std::max(m_peakOpenSockets, static_cast<int>(m_openSockets.size()));
+    connect(socket, &QAbstractSocket::disconnected, this, [this, socket] { connectionClosed(socket); });
+    connect(socket, &QObject::destroyed, this, [this, socket] { connectionClosed(socket); });
+}
+
+void SimulatedService::connectionClosed(QTcpSocket *socket)
+{
+    m_openSockets.remove(socket);
+    m_heldResponders.remove_if([socket](const auto &responder) { return responder->socket() == socket; });
+}
+
+qint64 SimulatedService::logRequest(const QString &path, const QByteArray &appVersion)
+{
+    m_requestLog.append({QDateTime::currentDateTimeUtc(), path, appVersion, 0});
+    if (m_requestLog.size() > maximumLogEntries) {
+        m_requestLog.removeFirst();
+        ++m_requestLogDropped;
+    }
+    return m_requestLogDropped + m_requestLog.size() - 1;
+}
+
+void SimulatedService::settle(qint64 entry, int httpStatus)
+{
+    // Gone when the counters were reset in the meantime.
+    const qint64 index = entry - m_requestLogDropped;
+    if (index < 0 || index >= m_requestLog.size())
+        return;
+    m_requestLog[index].httpStatus = httpStatus;
+    emit requestSettled(m_requestLog.at(index));
 }
 
 QList<QPair<QByteArray, QByteArray>> SimulatedService::lastHeaders(const QString &path) const
@@ -168,10 +283,14 @@ double SimulatedService::glucoseAt(const QDateTime &time)
     return std::round(value);
 }
 
-std::optional<Fault> SimulatedService::takeFault(const QString &path)
+std::optional<Fault> SimulatedService::takeFault(const QString &path, const QByteArray &appVersion)
 {
     for (auto it = m_faults.begin(); it != m_faults.end(); ++it) {
         if (!it->path.isEmpty() && it->path != path)
+            continue;
+        // An app that is new enough never meets it, so it does not use it up either.
+        if (it->kind == Fault::Kind::minimumVersion && !it->omitVersion &&
+            !isLowerVersion(appVersion, it->version.toUtf8()))
             continue;
         Fault fault = *it;
         if (it->count > 0 && --it->count == 0)
@@ -209,11 +328,16 @@ bool SimulatedService::handleRequest(const QHttpServerRequest &request, QTcpSock
 
     ++m_requests[path];
     m_lastHeaders.insert(path, request.headers());
+    const QByteArray appVersion = headerValue(request, "version");
+    const qint64 entry = logRequest(path, appVersion);
 
-    const std::optional<Fault> fault = takeFault(path);
+    const std::optional<Fault> fault = takeFault(path, appVersion);
     Reply reply;
-    if (fault && fault->kind == Fault::Kind::neverReply) {
-        m_heldResponders.push_back(std::move(responder));
+    if (fault && (fault->kind == Fault::Kind::neverReply || fault->kind == Fault::Kind::holdConnections)) {
+        // Until the client gives up: its socket closing drops the responder.
+        if (socket->state() != QAbstractSocket::UnconnectedState)
+            m_heldResponders.push_back(std::move(responder));
+        settle(entry, 0);
         return true;
     }
     if (fault && fault->kind == Fault::Kind::httpStatus) {
@@ -239,8 +363,16 @@ bool SimulatedService::handleRequest(const QHttpServerRequest &request, QTcpSock
         reply = {200, "<html><body>Service temporarily unavailable</body></html>"};
     } else if (fault && fault->kind == Fault::Kind::rawBody) {
         reply = {200, fault->body};
+    } else if (fault && fault->kind == Fault::Kind::minimumVersion) {
+        reply = {200, versionTooOldBody(*fault)};
+    } else if (fault && fault->kind == Fault::Kind::rateLimit) {
+        reply = {fault->httpStatus > 0 ? fault->httpStatus : 429,
+                 messageBody(fault->message.value_or(u"TooManyRequests"_s))};
+        if (!fault->retryAfter.isEmpty())
+            reply.headers.append({"Retry-After", fault->retryAfter});
     } else if (fault && fault->kind == Fault::Kind::hugeBody) {
-        reply = {200, "{\"status\":0,\"data\":\"" + QByteArray(17 * 1024 * 1024, 'x') + "\"}"};
+        reply = {fault->httpStatus > 0 ? fault->httpStatus : 200,
+                 "{\"status\":0,\"data\":\"" + QByteArray(17 * 1024 * 1024, 'x') + "\"}"};
     } else {
         m_activeFault = fault;
         reply = serve(region, path, request);
@@ -256,18 +388,21 @@ bool SimulatedService::handleRequest(const QHttpServerRequest &request, QTcpSock
         responder->writeBody(reply.body.left(reply.body.size() / 2));
         socket->flush();
         socket->abort();
+        settle(entry, reply.httpStatus);
         return true;
     }
     if (fault && fault->kind == Fault::Kind::delay) {
         auto held = std::shared_ptr<QHttpServerResponder>(std::move(responder));
         QPointer<QTcpSocket> guard(socket);
-        QTimer::singleShot(fault->delay, this, [this, held, guard, reply] {
+        QTimer::singleShot(fault->delay, this, [this, held, guard, reply, entry] {
             if (guard)
                 respond(*held, reply);
+            settle(entry, guard ? reply.httpStatus : 0);
         });
         return true;
     }
     respond(*responder, reply);
+    settle(entry, reply.httpStatus);
     return true;
 }
 
@@ -275,8 +410,13 @@ void SimulatedService::missingHandler(const QHttpServerRequest &, QTcpSocket *) 
 
 void SimulatedService::respond(QHttpServerResponder &responder, const Reply &reply)
 {
-    responder.write(reply.body, {{"Content-Type", "application/json"}},
-                    static_cast<QHttpServerResponder::StatusCode>(reply.httpStatus));
+    // What QHttpServerResponder::write() sends, with room for headers only known at run time.
+    responder.writeStatusLine(static_cast<QHttpServerResponder::StatusCode>(reply.httpStatus));
+    responder.writeHeader("Content-Type", "application/json");
+    for (const auto &[name, value] : reply.headers)
+        responder.writeHeader(name, value);
+    responder.writeHeader("Content-Length", QByteArray::number(reply.body.size()));
+    responder.writeBody(reply.body);
 }
 
 SimulatedService::Reply SimulatedService::serve(const QString &region, const QString &path,
@@ -515,6 +655,9 @@ SimulatedService::Reply SimulatedService::admin(const QString &command, const QH
                 {u"hugeBody"_s, Fault::Kind::hugeBody},
                 {u"delay"_s, Fault::Kind::delay},
                 {u"rawBody"_s, Fault::Kind::rawBody},
+                {u"minimumVersion"_s, Fault::Kind::minimumVersion},
+                {u"rateLimit"_s, Fault::Kind::rateLimit},
+                {u"holdConnections"_s, Fault::Kind::holdConnections},
             };
             const QString kind = json::requiredString(body, "kind"_L1, root);
             if (!kinds.contains(kind))
@@ -522,8 +665,13 @@ SimulatedService::Reply SimulatedService::admin(const QString &command, const QH
             Fault fault;
             fault.kind = kinds.value(kind);
             fault.path = json::optionalString(body, "path"_L1, root).value_or(QString());
-            fault.httpStatus =
-                static_cast<int>(json::optionalInteger(body, "httpStatus"_L1, root).value_or(500));
+            const std::int64_t httpStatus = json::optionalInteger(body, "httpStatus"_L1, root)
+                                                .value_or(fault.kind == Fault::Kind::rateLimit   ? 429
+                                                          : fault.kind == Fault::Kind::hugeBody ? 200
+                                                                                                : 500);
+            if (httpStatus < 100 || httpStatus > 599)
+                return {400, messageBody(u"httpStatus must be from 100 to 599"_s)};
+            fault.httpStatus = static_cast<int>(httpStatus);
             fault.apiStatus = json::optionalInteger(body, "apiStatus"_L1, root).value_or(0);
             fault.message = json::optionalString(body, "message"_L1, root);
             fault.region = json::optionalString(body, "region"_L1, root).value_or(QString());
@@ -531,10 +679,24 @@ SimulatedService::Reply SimulatedService::admin(const QString &command, const QH
                 std::chrono::milliseconds(json::optionalInteger(body, "delayMs"_L1, root).value_or(0));
             fault.count = static_cast<int>(json::optionalInteger(body, "count"_L1, root).value_or(-1));
             fault.body = json::optionalString(body, "body"_L1, root).value_or(QString()).toUtf8();
+            fault.version = json::optionalString(body, "version"_L1, root).value_or(QString());
+            fault.omitVersion = json::optionalBool(body, "omitVersion"_L1, root).value_or(false);
+            fault.retryAfter = json::optionalString(body, "retryAfter"_L1, root).value_or(QString()).toUtf8();
+            if (fault.kind == Fault::Kind::minimumVersion && !fault.omitVersion &&
+                !versionNumbers(fault.version.toUtf8()))
+                return {400, messageBody(u"minimumVersion needs a dotted \"version\" such as 4.16.0"_s)};
+            // It goes into the answer's header as it is.
+            if (std::any_of(fault.retryAfter.cbegin(), fault.retryAfter.cend(),
+                            [](char c) { return c >= 0 && c < ' '; }))
+                return {400, messageBody(u"retryAfter must not hold control characters"_s)};
             addFault(fault);
         } else if (command == u"clear") {
             clearFaults();
         } else if (command == u"clock") {
+            const std::optional<QString> zoneId = json::optionalString(body, "phoneZone"_L1, root);
+            const QTimeZone zone = zoneId ? QTimeZone(zoneId->toUtf8()) : QTimeZone();
+            if (zoneId && !zone.isValid())
+                return {400, messageBody(u"Unknown time zone: "_s + *zoneId)};
             if (const auto iso = json::optionalString(body, "set"_L1, root)) {
                 const QDateTime time = QDateTime::fromString(*iso, Qt::ISODate);
                 if (!time.isValid())
@@ -543,6 +705,8 @@ SimulatedService::Reply SimulatedService::admin(const QString &command, const QH
             }
             if (const auto seconds = json::optionalInteger(body, "advanceSeconds"_L1, root))
                 advance(std::chrono::seconds(*seconds));
+            if (zoneId)
+                setPhoneTimeZone(zone);
         } else if (command == u"reset") {
             clearFaults();
             resetCounters();
@@ -558,8 +722,14 @@ SimulatedService::Reply SimulatedService::admin(const QString &command, const QH
     writer.beginObject();
     writer.key("now"_L1);
     writer.value(now().toString(Qt::ISODateWithMs));
+    writer.key("phoneZone"_L1);
+    writer.value(QString::fromUtf8(m_phoneZone.id()));
     writer.key("connections"_L1);
     writer.value(std::int64_t(m_connections));
+    writer.key("openConnections"_L1);
+    writer.value(std::int64_t(openConnections()));
+    writer.key("peakOpenConnections"_L1);
+    writer.value(std::int64_t(m_peakOpenSockets));
     writer.key("requests"_L1);
     writer.beginObject();
     for (auto it = m_requests.cbegin(); it != m_requests.cend(); ++it) {
@@ -567,6 +737,23 @@ SimulatedService::Reply SimulatedService::admin(const QString &command, const QH
         writer.value(std::int64_t(it.value()));
     }
     writer.endObject();
+    writer.key("log"_L1);
+    writer.beginArray();
+    for (qsizetype i = std::max<qsizetype>(0, m_requestLog.size() - statsLogEntries); i < m_requestLog.size();
+         ++i) {
+        const RequestRecord &record = m_requestLog.at(i);
+        writer.beginObject();
+        writer.key("at"_L1);
+        writer.value(record.at.toString(Qt::ISODateWithMs));
+        writer.key("path"_L1);
+        writer.value(record.path);
+        writer.key("version"_L1);
+        writer.value(QString::fromUtf8(record.version));
+        writer.key("status"_L1);
+        writer.value(std::int64_t(record.httpStatus));
+        writer.endObject();
+    }
+    writer.endArray();
     writer.endObject();
     return {200, writer.takeBytes()};
 }

@@ -7,6 +7,7 @@
 #include <QHash>
 #include <QList>
 #include <QMap>
+#include <QSet>
 #include <QSslCertificate>
 #include <QSslKey>
 #include <QTimeZone>
@@ -53,9 +54,12 @@ struct Fault
         badTimestamps,    // every timestamp in ISO 8601 form, which the client does not read
         neverReply,       // the request is read and never answered
         closeMidBody,     // headers and half the body, then the connection is dropped
-        hugeBody,         // a body of 17 MiB
+        hugeBody,         // a body of 17 MiB, with `httpStatus` (200 when 0)
         delay,            // the real answer, `delay` late
         rawBody,          // HTTP 200 with `body` exactly as given
+        minimumVersion,   // {"status": 920} naming `version`, to a request whose "version" header is lower
+        rateLimit,        // `httpStatus` (429 when 0) with a Retry-After of `retryAfter` when given
+        holdConnections,  // like neverReply: the connection stays open until the client closes it
     };
 
     // "login", "connections", "graph", or empty for every service request.
@@ -69,6 +73,24 @@ struct Fault
     // How many requests it answers before it goes away; -1 until cleared.
     int count = -1;
     QByteArray body;
+    // The lowest app version minimumVersion lets through; with omitVersion the 920 names none and is
+    // sent whatever the app's version.
+    QString version{};
+    bool omitVersion = false;
+    // rateLimit's Retry-After value, verbatim (seconds or an HTTP date); empty sends no such header.
+    QByteArray retryAfter{};
+};
+
+// A service request, stamped on the real clock when it arrived.
+struct RequestRecord
+{
+    QDateTime at;
+    // "login", "connections" or "graph".
+    QString path;
+    // The "version" header as sent.
+    QByteArray version;
+    // 0 while, or when, it is not answered.
+    int httpStatus = 0;
 };
 
 // A LibreLinkUp service on loopback that answers like the real one, with faults on demand. Every region
@@ -107,12 +129,21 @@ public:
     // Service requests by path ("login", "connections", "graph"), and TCP connections accepted.
     int requestCount(const QString &path) const;
     int connectionCount() const;
+    // TCP connections open now, plain or TLS, and the most open at once since the counters were reset.
+    int openConnections() const;
+    int peakOpenConnections() const;
+    // Every service request since the counters were reset (the last 10,000), oldest first.
+    QList<RequestRecord> requestLog() const;
     void resetCounters();
     // Headers of the last service request on `path`, in the order they arrived.
     QList<QPair<QByteArray, QByteArray>> lastHeaders(const QString &path) const;
 
     // The glucose curve the measurements follow, in mg/dL.
     static double glucoseAt(const QDateTime &time);
+
+signals:
+    // A service request was answered, or will not be (held, or its client left first: status 0).
+    void requestSettled(const glinta::sim::RequestRecord &record);
 
 protected:
     bool handleRequest(const QHttpServerRequest &request, QTcpSocket *socket) override;
@@ -123,6 +154,7 @@ private:
     {
         int httpStatus = 200;
         QByteArray body;
+        QList<QPair<QByteArray, QByteArray>> headers{};
     };
 
     Reply serve(const QString &region, const QString &path, const QHttpServerRequest &request);
@@ -131,9 +163,13 @@ private:
     Reply graph(const SimAccount &account, const QString &patientId);
     Reply admin(const QString &command, const QHttpServerRequest &request);
     const SimAccount *authorised(const QHttpServerRequest &request) const;
-    std::optional<Fault> takeFault(const QString &path);
+    std::optional<Fault> takeFault(const QString &path, const QByteArray &appVersion);
     QByteArray measurementJson(const QDateTime &time, bool isoTimestamp, bool valueAsText) const;
     void respond(QHttpServerResponder &responder, const Reply &reply);
+    void trackConnection(QTcpSocket *socket);
+    void connectionClosed(QTcpSocket *socket);
+    qint64 logRequest(const QString &path, const QByteArray &appVersion);
+    void settle(qint64 entry, int httpStatus);
 
     QList<SimAccount> m_accounts;
     QHash<QString, QString> m_tokens; // token -> e-mail
@@ -146,6 +182,11 @@ private:
     QMap<QString, int> m_requests;
     QHash<QString, QList<QPair<QByteArray, QByteArray>>> m_lastHeaders;
     int m_connections = 0;
+    QSet<QTcpSocket *> m_openSockets;
+    int m_peakOpenSockets = 0;
+    QList<RequestRecord> m_requestLog;
+    // Entries dropped from the front of the log, so that an entry's number stays valid.
+    qint64 m_requestLogDropped = 0;
     quint16 m_port = 0;
     bool m_tls = false;
     std::list<std::unique_ptr<QHttpServerResponder>> m_heldResponders;

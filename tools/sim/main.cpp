@@ -10,6 +10,7 @@
 #include <QJsonObject>
 #include <QSaveFile>
 #include <QSslKey>
+#include <QTimeZone>
 
 #include <qcoro/qcorotask.h>
 
@@ -24,13 +25,21 @@ const char *const controlHelp = R"(
 Control interface (same port, JSON bodies, every answer is the current stats):
   POST /_sim/fault   {"kind": K, "path": "login"|"connections"|"graph" (default: all),
                       "count": N (default: until cleared), "httpStatus": N, "apiStatus": N,
-                      "message": "...", "region": "xx", "delayMs": N}
+                      "message": "...", "region": "xx", "delayMs": N, "body": "...",
+                      "version": "4.16.0", "omitVersion": true, "retryAfter": "120"}
        K is one of apiStatus, httpStatus, redirect, notJson, truncatedBody, wrongType,
-       emptyConnections, badTimestamps, neverReply, closeMidBody, hugeBody, delay.
+       emptyConnections, badTimestamps, neverReply, closeMidBody, hugeBody, delay, rawBody,
+       minimumVersion (status 920 to an app whose "version" header is below "version";
+       "omitVersion" sends a 920 that names no version, to any app),
+       rateLimit (httpStatus, 429 by default, with "Retry-After: <retryAfter>" when given),
+       holdConnections (never answered; the connection stays open until the client closes it).
   POST /_sim/clear   drop every fault
-  POST /_sim/clock   {"set": "2024-01-15T10:00:00Z"} and/or {"advanceSeconds": N}
+  POST /_sim/clock   {"set": "2024-01-15T10:00:00Z"}, {"advanceSeconds": N},
+                     {"phoneZone": "Europe/Berlin"}, or several of them
   POST /_sim/reset   drop faults, zero the counters, put the clock back to real time
-  GET  /_sim/stats   {"now": ..., "connections": N, "requests": {"login": N, ...}}
+  GET  /_sim/stats   {"now": ..., "phoneZone": ..., "connections": N (accepted),
+                      "openConnections": N, "peakOpenConnections": N, "requests": {"login": N, ...},
+                      "log": [{"at": ..., "path": ..., "version": ..., "status": N}, ...] (the last 200)}
 Regions live under their code: /eu/llu/auth/login; the global host is the root.
 )";
 
@@ -93,6 +102,17 @@ bool writeAddressFile(const QString &path, const glinta::ServiceEndpoints &endpo
            file.commit();
 }
 
+// Header text as sent, but never a terminal control sequence.
+QString printable(const QByteArray &text)
+{
+    QString result = QString::fromUtf8(text);
+    for (QChar &c : result) {
+        if (!c.isPrint())
+            c = u'?';
+    }
+    return result;
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -124,8 +144,20 @@ int main(int argc, char *argv[])
     const QCommandLineOption checkSnapshotOption(
         u"check-snapshot"_s,
         u"Decode a widget snapshot file, say what it holds and exit (1: it does not decode)."_s, u"file"_s);
+    const QCommandLineOption phoneZoneOption(
+        u"phone-zone"_s,
+        u"The sharer's phone's time zone, an IANA id such as Europe/Berlin (default: this machine's)."_s,
+        u"zone"_s);
+    const QCommandLineOption clockOffsetOption(
+        u"clock-offset-seconds"_s,
+        u"Run the phone's clock this many seconds ahead of real time (negative: behind)."_s, u"seconds"_s);
+    const QCommandLineOption logRequestsOption(
+        u"log-requests"_s,
+        u"Print a line for each service request once it is answered: when it came, its path, the HTTP status "
+        u"(0: not answered) and the app version it named."_s);
     parser.addOptions({portOption, accountOption, certOption, keyOption, addressFileOption,
-                       savePasswordOption, forgetPasswordOption, checkSnapshotOption});
+                       savePasswordOption, forgetPasswordOption, checkSnapshotOption, phoneZoneOption,
+                       clockOffsetOption, logRequestsOption});
     parser.process(app);
 
     if (parser.isSet(savePasswordOption) || parser.isSet(forgetPasswordOption)) {
@@ -175,6 +207,36 @@ int main(int argc, char *argv[])
             return 2;
         }
         service.useTls(certificate, key);
+    }
+
+    if (parser.isSet(phoneZoneOption)) {
+        const QTimeZone zone(parser.value(phoneZoneOption).toUtf8());
+        if (!zone.isValid()) {
+            std::fprintf(stderr, "glinta-sim: --phone-zone: unknown time zone %s\n",
+                         qPrintable(parser.value(phoneZoneOption)));
+            return 2;
+        }
+        service.setPhoneTimeZone(zone);
+    }
+    if (parser.isSet(clockOffsetOption)) {
+        bool offsetOk = false;
+        const qint64 seconds = parser.value(clockOffsetOption).toLongLong(&offsetOk);
+        constexpr qint64 century = 100LL * 366 * 24 * 60 * 60;
+        if (!offsetOk || seconds < -century || seconds > century) {
+            std::fprintf(stderr,
+                         "glinta-sim: --clock-offset-seconds takes a whole number within a century\n");
+            return 2;
+        }
+        service.advance(std::chrono::seconds(seconds));
+    }
+    if (parser.isSet(logRequestsOption)) {
+        // Never headers that identify the account or bodies: what a person needs to watch the polling.
+        QObject::connect(&service, &SimulatedService::requestSettled, [](const RequestRecord &record) {
+            std::printf("glinta-sim: %s %s %d (version %s)\n",
+                        qPrintable(record.at.toLocalTime().toString(u"HH:mm:ss.zzz"_s)),
+                        qPrintable(record.path), record.httpStatus, qPrintable(printable(record.version)));
+            std::fflush(stdout);
+        });
     }
 
     bool portOk = false;
