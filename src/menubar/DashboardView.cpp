@@ -23,6 +23,7 @@
 #include <QLabel>
 #include <QMenu>
 #include <QPointer>
+#include <QPushButton>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -87,10 +88,7 @@ DashboardView::DashboardView(GlucoseStore *store, Updater *updater, bool renders
     layout->addWidget(makeReadingRow());
     layout->addWidget(makeWaitingRow());
 
-    m_failure = new SymbolLabel(u"exclamationmark.triangle"_s, style::TextStyle::caption, this);
-    m_failure->setObjectName(u"failure"_s);
-    m_failure->setWordWrap(true);
-    layout->addWidget(m_failure);
+    layout->addWidget(makeFailureLine());
 
     layout->addWidget(new GlucoseChartView(store, this));
 
@@ -108,7 +106,8 @@ DashboardView::DashboardView(GlucoseStore *store, Updater *updater, bool renders
 
     for (auto changed :
          {&GlucoseStore::statusChanged, &GlucoseStore::latestChanged, &GlucoseStore::historyChanged,
-          &GlucoseStore::connectionNameChanged, &GlucoseStore::unitChanged, &GlucoseStore::savedEmailChanged})
+          &GlucoseStore::connectionNameChanged, &GlucoseStore::unitChanged, &GlucoseStore::savedEmailChanged,
+          &GlucoseStore::credentialFailureChanged})
         connect(store, changed, this, &DashboardView::updateContents);
 
     updateColors();
@@ -182,6 +181,29 @@ QWidget *DashboardView::makeWaitingRow()
     m_spinner->setObjectName(u"spinner"_s);
     layout->addWidget(m_spinner, 0, Qt::AlignVCenter);
     return m_waitingRow;
+}
+
+QWidget *DashboardView::makeFailureLine()
+{
+    m_failureLine = new QWidget(this);
+    auto *layout = new QVBoxLayout(m_failureLine);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(6);
+
+    m_failure = new SymbolLabel(u"exclamationmark.triangle"_s, style::TextStyle::caption, m_failureLine);
+    m_failure->setObjectName(u"failure"_s);
+    m_failure->setWordWrap(true);
+    layout->addWidget(m_failure);
+
+    m_signInAgain = new QPushButton(tr("Sign In Again…"), m_failureLine);
+    m_signInAgain->setObjectName(u"signInAgain"_s);
+    m_signInAgain->setAccessibleName(tr("Sign In Again"));
+    m_signInAgain->setFont(style::font(style::TextStyle::caption));
+    m_signInAgain->setAutoDefault(false);
+    m_signInAgain->setFocusPolicy(Qt::TabFocus);
+    connect(m_signInAgain, &QPushButton::clicked, this, [this] { openWindow(u"login"_s); });
+    layout->addWidget(m_signInAgain, 0, Qt::AlignLeft);
+    return m_failureLine;
 }
 
 QWidget *DashboardView::makeStatistics()
@@ -303,8 +325,16 @@ void DashboardView::updateContents()
     }
 
     const bool failed = status.kind == GlucoseStore::Status::Kind::failed;
-    m_failure->setVisible(failed);
-    m_failure->setText(failed ? status.message : QString());
+    // Polling stays stopped until the account signs in again; while such a sign-in runs, the line waits
+    // for its outcome.
+    const bool blocked = m_store->credentialFailure() && m_store->savedEmail() &&
+                         status.kind != GlucoseStore::Status::Kind::connecting;
+    m_failureLine->setVisible(failed || blocked);
+    // A Refresh that got through, or a password gone from the keyring, leaves no message of its own.
+    m_failure->setText(failed    ? status.message
+                       : blocked ? tr("Glinta stopped updating. Sign in again to continue.")
+                                 : QString());
+    m_signInAgain->setVisible(blocked);
 
     const QList<GlucoseReading> history = m_store->history();
     m_average->setText(averageText(history, unit));

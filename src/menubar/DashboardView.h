@@ -10,6 +10,7 @@ class QButtonGroup;
 class QFrame;
 class QLabel;
 class QMenu;
+class QPushButton;
 class QToolButton;
 
 namespace glinta {
@@ -51,6 +52,7 @@ private:
     QWidget *makeHeaderRow();
     QWidget *makeReadingRow();
     QWidget *makeWaitingRow();
+    QWidget *makeFailureLine();
     QWidget *makeStatistics();
     QWidget *makeControlsRow();
     QWidget *makeUnitPicker();
@@ -81,7 +83,9 @@ private:
     QLabel *m_waiting = nullptr;
     ProgressSpinner *m_spinner = nullptr;
 
+    QWidget *m_failureLine = nullptr;
     SymbolLabel *m_failure = nullptr;
+    QPushButton *m_signInAgain = nullptr;
 
     QLabel *m_statisticsCaption = nullptr;
     QList<QLabel *> m_statisticTitles;

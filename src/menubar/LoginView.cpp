@@ -95,6 +95,10 @@ LoginView::LoginView(GlucoseStore *store, WindowRegistry *windows, QWidget *pare
     m_notice->setWordWrap(true);
     layout->addWidget(m_notice);
 
+    // The store still knows the account it stopped on; a sign-out forgets it, and the fields stay empty.
+    if (m_store && m_store->credentialFailure())
+        m_email->setText(m_store->savedEmail().value_or(QString()));
+
     setTabOrder(m_email, m_password);
     setTabOrder(m_password, m_signIn);
     setTabOrder(m_signIn, m_link);
@@ -121,7 +125,7 @@ void LoginView::showEvent(QShowEvent *event)
     QWidget::showEvent(event);
     // Only once inside its window can the field be made the one that takes focus on activation.
     if (!m_shown)
-        m_email->setFocus();
+        (m_email->text().isEmpty() ? m_email : m_password)->setFocus();
     m_shown = true;
 }
 

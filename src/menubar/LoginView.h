@@ -16,8 +16,9 @@ class GlucoseStore;
 class ProgressSpinner;
 class WindowRegistry;
 
-// The content of the "login" window. The fields start empty every time and are never prefilled; the
-// window closes itself once the store has taken the account.
+// The content of the "login" window. The fields start empty, except after a credential failure: then the
+// saved e-mail is filled in and only the password is asked for. The window closes itself once the store
+// has taken the account.
 class LoginView : public QWidget
 {
     Q_OBJECT

@@ -224,7 +224,8 @@ private Q_SLOTS:
         QTest::mouseClick(dashboard.findChild<QToolButton *>(u"refresh"_s), Qt::LeftButton);
         QTRY_COMPARE(live->store->status().kind, Kind::failed);
         const auto *failure = dashboard.findChild<SymbolLabel *>(u"failure"_s);
-        QVERIFY(failure->isVisible() && shows(&dashboard, u"stale"_s));
+        QVERIFY(failure->isVisible() && shows(&dashboard, u"stale"_s) &&
+                !shows(&dashboard, u"signInAgain"_s));
         QCOMPARE(failure->text(), live->store->status().message);
         QCOMPARE(text(&dashboard, u"value"_s), value);
     }
@@ -323,17 +324,40 @@ private Q_SLOTS:
         QTRY_VERIFY(!dashboard);
     }
 
-    // An e-mail is saved but the keyring has no password for it: the store ends up logged out.
-    void panelShowsThePromptWhenThePasswordIsMissing()
+    // Polling stops on a rejected password with the dashboard, on a password missing from the keyring with
+    // the prompt. Either way signing in again asks only for the password, and ends the failure.
+    void signInAgainAfterACredentialFailure_data()
     {
+        QTest::addColumn<std::optional<QString>>("keyringHolds");
+        QTest::addColumn<QString>("button");
+        QTest::newRow("password rejected") << std::optional(u"wrong"_s) << u"Sign In Again\u2026"_s;
+        QTest::newRow("password missing") << std::optional<QString>() << u"Sign In\u2026"_s;
+    }
+
+    void signInAgainAfterACredentialFailure()
+    {
+        QFETCH(std::optional<QString>, keyringHolds);
+        QFETCH(QString, button);
         live->preferences->setLibreLinkUpEmail(live->account().email);
-        GlucoseStore store({live->client.get(), &live->keychain, live->snapshots.get(),
-                            live->preferences.get(), &live->widgets, &live->clock,
-                            BuildInfo{u"1.3.5"_s, u"1"_s}});
-        GlucosePanelView panel(&store, live->preferences.get(), nullptr, false, nullptr);
-        store.start();
-        QTRY_COMPARE(store.status().kind, Kind::loggedOut);
-        QVERIFY(store.savedEmail() && qobject_cast<SignInPromptView *>(panel.content()));
+        if (keyringHolds)
+            QCoro::waitFor(live->keychain.savePassword(*keyringHolds, live->account().email));
+        live->store = std::make_unique<GlucoseStore>(GlucoseStore::Services{
+            live->client.get(), &live->keychain, live->snapshots.get(), live->preferences.get(),
+            &live->widgets, &live->clock, BuildInfo{u"1.3.5"_s, u"1"_s}});
+        GlucosePanelView panel(live->store.get(), live->preferences.get(), nullptr, false, windows.get());
+        live->store->start();
+        QTRY_VERIFY(live->store->credentialFailure());
+        panel.show();
+        QPushButton *again = named<QPushButton>(panel.content(), button);
+        QVERIFY(again && again->isVisible());
+        QTest::mouseClick(again, Qt::LeftButton);
+        QVERIFY(windows->window(u"login"_s) && openLogin());
+        QCOMPARE(email->text() + u'|' + password->text(), live->account().email + u'|');
+        QCOMPARE(window->focusWidget(), password);
+        QTest::keyClicks(password, live->account().password);
+        QTest::mouseClick(signIn, Qt::LeftButton);
+        QTRY_VERIFY(!window && !live->store->credentialFailure());
+        QVERIFY(qobject_cast<DashboardView *>(panel.content()) && !shows(&panel, u"signInAgain"_s));
     }
 
     // The button follows the texts, blanks included, and Return in a field does not submit.
