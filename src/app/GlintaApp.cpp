@@ -80,7 +80,7 @@ GlintaApp::Environment GlintaApp::Environment::user()
 GlintaApp::GlintaApp(Environment environment, QObject *parent) : QObject(parent)
 {
     // The service answers within seconds; a minute covers a slow mobile link without hanging forever.
-    m_client = std::make_unique<LibreLinkUpClient>(&m_network, environment.endpoints, 60s);
+    m_client = std::make_unique<LibreLinkUpClient>(&m_serviceNetwork, environment.endpoints, 60s);
     m_keychain = std::make_unique<KeychainStore>();
     m_snapshots = std::make_unique<SharedSnapshotStore>(environment.snapshotParent);
     m_preferences = std::make_unique<Preferences>(std::move(environment.settings));
@@ -94,7 +94,7 @@ GlintaApp::GlintaApp(Environment environment, QObject *parent) : QObject(parent)
     m_userDriver =
         std::make_unique<StandardUserDriver>(m_updateWatcher.get(), environment.build.shortVersion);
     m_updater =
-        std::make_unique<AppcastUpdater>(&m_network, QUrl(environment.build.updateFeedUrl), environment.build,
+        std::make_unique<AppcastUpdater>(&m_updateNetwork, QUrl(environment.build.updateFeedUrl), environment.build,
                                          m_preferences.get(), m_clock.get(), m_userDriver.get());
     connect(m_updater.get(), &AppcastUpdater::installRequested, this,
             [](const QUrl &downloadPage) { QDesktopServices::openUrl(downloadPage); });

@@ -67,7 +67,9 @@ private Q_SLOTS:
     void runLaunchTask();
 
 private:
-    QNetworkAccessManager m_network;
+    // Apart, since a request to the service that is given up drops its manager's connections.
+    QNetworkAccessManager m_serviceNetwork;
+    QNetworkAccessManager m_updateNetwork;
     std::unique_ptr<LibreLinkUpClient> m_client;
     std::unique_ptr<KeychainStore> m_keychain;
     std::unique_ptr<SharedSnapshotStore> m_snapshots;

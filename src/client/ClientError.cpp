@@ -25,6 +25,21 @@ ClientError ClientError::unexpectedStatus(std::int64_t status, std::optional<QSt
     return ClientError(Kind::unexpectedStatus, status, std::move(message));
 }
 
+ClientError ClientError::appVersionRefused(std::optional<AppVersion> minimum, AppVersion sent)
+{
+    ClientError error(Kind::appVersionRefused);
+    error.m_minimumVersion = std::move(minimum);
+    error.m_sentVersion = std::move(sent);
+    return error;
+}
+
+ClientError ClientError::rateLimited(std::optional<QByteArray> retryAfter)
+{
+    ClientError error(Kind::rateLimited);
+    error.m_retryAfter = std::move(retryAfter);
+    return error;
+}
+
 QString ClientError::description() const
 {
     switch (m_kind) {
@@ -52,6 +67,17 @@ QString ClientError::description() const
                u"connect LibreLinkUp, then accept the invitation in the LibreLinkUp app."_s;
     case Kind::malformedResponse:
         return u"LibreLinkUp returned an unexpected response."_s;
+    case Kind::appVersionRefused: {
+        if (!m_minimumVersion) {
+            return u"LibreLinkUp no longer accepts the app version Glinta sends ("_s + m_sentVersion->toString() +
+                   u"); an update of Glinta may be needed."_s;
+        }
+        const QString asked = u"LibreLinkUp asks for app version "_s + m_minimumVersion->toString() + u" or newer."_s;
+        // Only a version that was sent and still refused says an update is needed.
+        if (*m_minimumVersion > *m_sentVersion)
+            return asked + u" Glinta will send it from the next try."_s;
+        return asked + u" Glinta tried it, but the service still refuses; an update of Glinta may be needed."_s;
+    }
     }
     Q_UNREACHABLE();
     return {};

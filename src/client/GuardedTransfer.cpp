@@ -70,6 +70,11 @@ QCoro::Task<TransferOutcome> guardedTransfer(QNetworkAccessManager *network, QNe
 
     co_await raw;
     QObject::disconnect(raw, nullptr, nullptr, nullptr);
+    // Qt 6.4 keeps the connection of a request that timed out or was aborted open, and counted as busy,
+    // until the server closes it: a silent server soon holds all six it allows per host, and nothing goes
+    // out any more. Dropping the connection cache closes them.
+    if ((aborted != Abort::none || raw->error() == QNetworkReply::OperationCanceledError) && network)
+        network->clearConnectionCache();
     cancel.throwIfCancelled();
 
     outcome.error = raw->error();
@@ -77,6 +82,8 @@ QCoro::Task<TransferOutcome> guardedTransfer(QNetworkAccessManager *network, QNe
     const QVariant status = raw->attribute(QNetworkRequest::HttpStatusCodeAttribute);
     if (status.isValid())
         outcome.httpStatus = status.toInt();
+    if (raw->hasRawHeader("Retry-After"))
+        outcome.retryAfter = raw->rawHeader("Retry-After");
     // The whole body can arrive before a deferred abort stops it.
     outcome.tooLarge = aborted == Abort::tooLarge || raw->bytesAvailable() > maximumSize;
     if (!outcome.tooLarge)

@@ -28,6 +28,8 @@ struct TransferOutcome
     std::optional<int> httpStatus;
     // The size limit stopped the transfer, or the whole body arrived and is over it.
     bool tooLarge = false;
+    // The "Retry-After" header, when the answer had one.
+    std::optional<QByteArray> retryAfter;
     QStringList tlsProblems;
     // Empty when `tooLarge`; only meaningful when the request succeeded.
     QByteArray body;
@@ -37,7 +39,8 @@ struct TransferOutcome
 bool isHttpStatusError(QNetworkReply::NetworkError error);
 
 // Sends `request` on `network`, a GET when `body` is null and a POST of it otherwise, and reads at most
-// `maximumSize` bytes of the answer. Throws CancelledError when `cancel` fires and when `network` is
+// `maximumSize` bytes of the answer. A transfer that times out or is aborted closes every connection of
+// `network`, so give each service a manager of its own. Throws CancelledError when `cancel` fires and when `network` is
 // gone; every other way it can end is told in the outcome.
 QCoro::Task<TransferOutcome> guardedTransfer(QNetworkAccessManager *network, QNetworkRequest request,
                                              QByteArray body, qint64 maximumSize, CancellationToken cancel);

@@ -39,6 +39,8 @@ LLUMeasurement decodeMeasurement(const QJsonValue &value, const Path &at)
     const QJsonObject object = json::toObject(value, at);
     LLUMeasurement measurement;
     measurement.timestamp = json::requiredString(object, "Timestamp"_L1, at);
+    if (const QJsonValue factory = object.value("FactoryTimestamp"_L1); factory.isString())
+        measurement.factoryTimestamp = factory.toString();
     measurement.valueInMgPerDl = json::requiredNumber(object, "ValueInMgPerDl"_L1, at);
     measurement.trendArrow = json::optionalInteger(object, "TrendArrow"_L1, at);
     measurement.isHigh = json::optionalBool(object, "isHigh"_L1, at);
@@ -103,8 +105,14 @@ template <typename T> LLUResponse<T> decodeLLUResponse(const QByteArray &body)
     const QJsonObject object = json::toObject(json::parse(body, root), root);
     LLUResponse<T> response;
     response.status = json::requiredInteger(object, "status"_L1, root);
-    if (const auto data = json::optional(object, "data"_L1))
+    const auto data = json::optional(object, "data"_L1);
+    if (response.status == appVersionRefusedStatus) {
+        if (const QJsonValue version = data.value_or(QJsonValue()).toObject().value("minimumVersion"_L1);
+            version.isString())
+            response.minimumVersion = version.toString();
+    } else if (data) {
         response.data = decodeData<T>(*data, root.member("data"_L1));
+    }
     if (const auto error = json::optional(object, "error"_L1))
         response.error = decodeErrorBody(*error, root.member("error"_L1));
     return response;

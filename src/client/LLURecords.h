@@ -38,7 +38,10 @@ struct LLULoginData
 
 struct LLUMeasurement
 {
+    // The phone's local wall-clock time, in whatever zone the sharer is.
     QString timestamp;
+    // The same moment in UTC. Kept only when it is a string: it is an extra the record can do without.
+    std::optional<QString> factoryTimestamp;
     double valueInMgPerDl = 0.0;
     std::optional<std::int64_t> trendArrow;
     std::optional<bool> isHigh;
@@ -61,11 +64,17 @@ struct LLUGraphData
 };
 
 // The envelope of every response; T is LLULoginData, QList<LLUConnection> or LLUGraphData.
+// The envelope status with which the service refuses an app version it no longer accepts.
+inline constexpr std::int64_t appVersionRefusedStatus = 920;
+
 template <typename T> struct LLUResponse
 {
     std::int64_t status = 0;
+    // Never decoded for a refused app version: its data is not the request's record.
     std::optional<T> data;
     std::optional<LLUErrorBody> error;
+    // For a refused app version, the "data.minimumVersion" text when it is one.
+    std::optional<QString> minimumVersion;
 };
 
 // Decodes a whole response body. Throws DecodingError.

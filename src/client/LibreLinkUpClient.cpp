@@ -51,7 +51,7 @@ QNetworkRequest LibreLinkUpClient::makeRequest(const QUrl &url, const Session *s
     request.setRawHeader("Content-Type", "application/json;charset=UTF-8");
     request.setRawHeader("Accept", "application/json");
     request.setRawHeader("product", "llu.ios");
-    request.setRawHeader("version", "4.16.0");
+    request.setRawHeader("version", m_appVersion.toString().toLatin1());
     request.setRawHeader("User-Agent",
                          "Mozilla/5.0 (iPhone; CPU OS 17_4.1 like Mac OS X) AppleWebKit/605.1.15 "
                          "(KHTML, like Gecko) Version/17.4.1 Mobile/15E148 Safari/604.1");
@@ -72,6 +72,14 @@ QCoro::Task<QByteArray> LibreLinkUpClient::transfer(QNetworkRequest request, QBy
                                                     CancellationToken cancel) const
 {
     const QUrl url = request.url();
+    const auto asked = std::chrono::steady_clock::now();
+    const RequestGate::Permit turn = co_await m_gate.enter(m_timeout, cancel);
+    // Waiting for the turn counts against the time-out, and a request whose time is up stays unsent.
+    const auto left = m_timeout - std::chrono::duration_cast<std::chrono::milliseconds>(
+                                      std::chrono::steady_clock::now() - asked);
+    if (left <= std::chrono::milliseconds(0))
+        throw TransportError::timedOut();
+    request.setTransferTimeout(static_cast<int>(left.count()));
     const TransferOutcome outcome =
         co_await guardedTransfer(m_network, std::move(request), std::move(body), maximumResponseSize, cancel);
 
@@ -79,20 +87,24 @@ QCoro::Task<QByteArray> LibreLinkUpClient::transfer(QNetworkRequest request, QBy
     case QNetworkReply::NoError:
         break;
     case QNetworkReply::OperationCanceledError:
-        if (outcome.tooLarge)
-            throw DecodingError::tooLarge(u"response"_s, u"16 MiB"_s);
-        throw TransportError::timedOut();
+        if (!outcome.tooLarge)
+            throw TransportError::timedOut();
+        break;
     default:
         if (!isHttpStatusError(outcome.error) || !outcome.httpStatus)
             throw TransportError::fromReply(outcome.error, outcome.tlsProblems.join(u"; "_s));
         break;
     }
 
-    if (!outcome.httpStatus)
+    // The status decides first, also for an answer whose body was too large to read.
+    if (!outcome.httpStatus) {
+        if (outcome.tooLarge)
+            throw DecodingError::tooLarge(u"response"_s, u"16 MiB"_s);
         throw ClientError(ClientError::Kind::malformedResponse);
+    }
     const int status = *outcome.httpStatus;
     if (status == 429 || status == 430)
-        throw ClientError(ClientError::Kind::rateLimited);
+        throw ClientError::rateLimited(outcome.retryAfter);
     if (status == 401)
         throw ClientError(ClientError::Kind::notAuthenticated);
     if (status < 200 || status > 299) {
@@ -109,6 +121,8 @@ template <typename T>
 QCoro::Task<T> LibreLinkUpClient::send(QNetworkRequest request, QByteArray body,
                                        CancellationToken cancel) const
 {
+    const AppVersion sent = AppVersion::parse(QString::fromLatin1(request.rawHeader("version")))
+                                .value_or(AppVersion::builtIn());
     const QByteArray bytes = co_await transfer(std::move(request), std::move(body), cancel);
     LLUResponse<T> response = decodeLLUResponse<T>(bytes);
     switch (response.status) {
@@ -120,6 +134,14 @@ QCoro::Task<T> LibreLinkUpClient::send(QNetworkRequest request, QByteArray body,
         throw ClientError(ClientError::Kind::invalidCredentials);
     case 4:
         throw ClientError(ClientError::Kind::accountActionRequired);
+    case 429:
+    case 430:
+        throw ClientError::rateLimited(std::nullopt);
+    case appVersionRefusedStatus: {
+        const auto minimum = response.minimumVersion ? AppVersion::parse(*response.minimumVersion) : std::nullopt;
+        qCCritical(lcLibreLinkUpClient, "API status %lld", static_cast<long long>(response.status));
+        throw ClientError::appVersionRefused(minimum, sent);
+    }
     default:
         qCCritical(lcLibreLinkUpClient, "API status %lld", static_cast<long long>(response.status));
         throw ClientError::unexpectedStatus(response.status,

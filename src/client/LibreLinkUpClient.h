@@ -1,7 +1,9 @@
 #pragma once
 
+#include "AppVersion.h"
 #include "Cancellation.h"
 #include "LLURecords.h"
+#include "RequestGate.h"
 #include "ServiceEndpoints.h"
 
 #include <QNetworkRequest>
@@ -18,7 +20,8 @@ class QNetworkAccessManager;
 namespace glinta {
 
 // Signs a follower account in to LibreLinkUp and fetches what it follows. Keeps no state between
-// calls and never retries: the caller holds the session and decides when to sign in again.
+// calls and never retries: the caller holds the session and decides when to sign in again. One request
+// is in flight at a time, whoever asks; the others wait their turn within their time-out.
 //
 // Every operation fails with a ClientError for what the service said no with, a TransportError when
 // no HTTP answer came, a DecodingError for a body that breaks the record rules, or a CancelledError
@@ -52,6 +55,10 @@ public:
     QCoro::Task<LLUGraphData> fetchGraph(Session session, QString patientId,
                                          CancellationToken cancel = {}) const;
 
+    // What the "version" header says; the service raises the version it accepts now and then.
+    AppVersion appVersion() const { return m_appVersion; }
+    void setAppVersion(AppVersion version) { m_appVersion = std::move(version); }
+
     // The five fixed headers, plus "Authorization" and "account-id" with a session.
     QNetworkRequest makeRequest(const QUrl &url, const Session *session) const;
     // `path` appended to `base` with exactly one "/" between them.
@@ -67,6 +74,8 @@ private:
     QPointer<QNetworkAccessManager> m_network;
     ServiceEndpoints m_endpoints;
     std::chrono::milliseconds m_timeout;
+    AppVersion m_appVersion = AppVersion::builtIn();
+    RequestGate m_gate;
 };
 
 } // namespace glinta

@@ -11,7 +11,13 @@ namespace glinta {
 
 std::optional<GlucoseReading> reading(const LLUMeasurement &measurement)
 {
-    const auto date = parseServiceTimestamp(measurement.timestamp);
+    // The UTC text gives the true instant wherever the sharer and the follower are; the local one only
+    // when both live in the same zone, so it is the fallback.
+    std::optional<QDateTime> date;
+    if (measurement.factoryTimestamp)
+        date = parseServiceTimestampUtc(*measurement.factoryTimestamp);
+    if (!date)
+        date = parseServiceTimestamp(measurement.timestamp);
     if (!date) {
         qCCritical(lcGlucoseStore, "Could not parse timestamp %s", qUtf8Printable(measurement.timestamp));
         return std::nullopt;

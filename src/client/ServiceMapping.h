@@ -19,7 +19,8 @@ struct GraphReadings
     std::optional<QString> displayName;
 };
 
-// Nothing, logged, when the timestamp does not parse; unknown trend codes give no trend.
+// Dated by "FactoryTimestamp" (UTC) when it parses, else by "Timestamp" in the system zone; nothing,
+// logged, when neither parses. Unknown trend codes give no trend.
 std::optional<GlucoseReading> reading(const LLUMeasurement &measurement);
 GraphReadings readings(const LLUGraphData &graph);
 // First and last name joined by a space, each only when present; nothing when that leaves no text.

@@ -146,4 +146,12 @@ std::optional<QDateTime> parseServiceTimestamp(QStringView text)
     return toInstant(*wall, serviceTimeZone());
 }
 
+std::optional<QDateTime> parseServiceTimestampUtc(QStringView text)
+{
+    const auto wall = scan(text);
+    if (!wall)
+        return std::nullopt;
+    return QDateTime(wall->date, wall->time, QTimeZone::utc());
+}
+
 } // namespace glinta

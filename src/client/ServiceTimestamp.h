@@ -13,6 +13,8 @@ namespace glinta {
 // falls in a daylight-saving gap never happened and gives no date; one in the repeated hour gives the
 // earlier instant. The result is in UTC.
 std::optional<QDateTime> parseServiceTimestamp(QStringView text);
+// The same text read as UTC, as the service writes "FactoryTimestamp".
+std::optional<QDateTime> parseServiceTimestampUtc(QStringView text);
 
 // The zone every timestamp is read in.
 const QTimeZone &serviceTimeZone();

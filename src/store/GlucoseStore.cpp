@@ -40,6 +40,23 @@ QString describe(const std::exception &error)
     return QString::fromLocal8Bit(error.what());
 }
 
+QString rateLimitedText(const QDateTime &nextTry)
+{
+    return ClientError::rateLimited(std::nullopt).description() + u" Next try at "_s +
+           nextTry.toLocalTime().toString(u"HH:mm"_s) + u'.';
+}
+
+// A sign-in not even tried, because the last one was refused for its rate and its wait is not over.
+class LoginHeldBack : public Error
+{
+public:
+    explicit LoginHeldBack(QDateTime nextTry) : m_nextTry(std::move(nextTry)) {}
+    QString description() const override { return rateLimitedText(m_nextTry); }
+
+private:
+    QDateTime m_nextTry;
+};
+
 } // namespace
 
 QString GlucoseStore::StoreError::description() const
@@ -55,6 +72,14 @@ GlucoseStore::GlucoseStore(const Services &services, QObject *parent)
     Preferences &preferences = *m_services.preferences;
     m_unit = preferences.glucoseUnit();
     m_savedEmail = preferences.libreLinkUpEmail();
+    if (const auto remembered = preferences.serviceAppVersion()) {
+        const auto version = AppVersion::parse(*remembered);
+        // A newer build brings a newer version of its own; an unreadable one is no use either.
+        if (version && m_services.client && *version > m_services.client->appVersion())
+            m_services.client->setAppVersion(*version);
+        else
+            preferences.removeServiceAppVersion();
+    }
     preferences.checkBuildChange(m_services.build, *m_services.widgets);
     preferences.clearInstalledUpdateBadge(m_services.build);
 }
@@ -105,42 +130,86 @@ void GlucoseStore::setUnit(GlucoseUnit unit)
 QCoro::Task<void> GlucoseStore::signIn(QString email, QString password)
 {
     const QPointer<GlucoseStore> self(this);
+    // A sign-out cancels it, whenever it comes.
+    const CancellationToken account = m_accountToken;
     if (m_status.kind != Status::Kind::connecting)
         setStatus(Status::connecting());
 
-    const auto fail = [this](const std::exception &error) {
-        const QString description = describe(error);
-        qCCritical(lcGlucoseStore, "Login failed: %s", qUtf8Printable(description));
-        setStatus(Status::failed(description));
-    };
-
     LibreLinkUpClient::Session session;
-    try {
-        session = co_await m_services.client->login(email, password, m_accountToken);
-    } catch (const CancelledError &) {
-        co_return;
-    } catch (const std::exception &error) {
-        if (self)
-            fail(error);
+    std::exception_ptr failure;
+    for (bool retried = false;; retried = true) {
+        failure = nullptr;
+        try {
+            session = co_await login(email, password, account);
+        } catch (const CancelledError &) {
+            co_return;
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        if (!self)
+            co_return;
+        if (!failure || retried || !adoptAppVersion(failure))
+            break;
+    }
+    if (failure) {
+        failSignIn(failure);
         co_return;
     }
-    if (!self)
-        co_return;
+    // Another account's person is not this one's to follow. Signed out, nothing is left to forget.
+    if (m_savedEmail && m_savedEmail->compare(email, Qt::CaseInsensitive) != 0)
+        forgetFollowed();
     m_session = session;
 
     try {
         co_await m_services.keychain->savePassword(password, email);
-    } catch (const std::exception &error) {
-        if (self)
-            fail(error);
-        co_return;
+    } catch (const std::exception &) {
+        failure = std::current_exception();
     }
     if (!self)
         co_return;
+    if (account.isCancelled()) {
+        // Signed out while the keyring took its time: what it saved must not stay behind.
+        if (!failure)
+            forgetPassword(m_services.keychain, email);
+        co_return;
+    }
+    if (failure) {
+        failSignIn(failure);
+        co_return;
+    }
 
     m_services.preferences->setLibreLinkUpEmail(email);
     setSavedEmail(email);
     startPolling();
+}
+
+void GlucoseStore::failSignIn(const std::exception_ptr &failure)
+{
+    QString description;
+    try {
+        std::rethrow_exception(failure);
+    } catch (const ClientError &error) {
+        description = error.kind() == ClientError::Kind::rateLimited ? backOff(error) : error.description();
+    } catch (const std::exception &error) {
+        description = describe(error);
+    }
+    qCCritical(lcGlucoseStore, "Login failed: %s", qUtf8Printable(description));
+    setStatus(Status::failed(description));
+}
+
+QCoro::Task<LibreLinkUpClient::Session> GlucoseStore::login(QString email, QString password,
+                                                            CancellationToken cancel)
+{
+    const QPointer<GlucoseStore> self(this);
+    if (m_backOff.holdsLogin(m_services.clock->now()))
+        throw LoginHeldBack(*m_backOff.nextTry());
+    try {
+        co_return co_await m_services.client->login(email, password, cancel);
+    } catch (const ClientError &error) {
+        if (self && error.kind() == ClientError::Kind::rateLimited)
+            m_loginRateLimited = true;
+        throw;
+    }
 }
 
 void GlucoseStore::signOut()
@@ -152,16 +221,24 @@ void GlucoseStore::signOut()
     m_accountToken.cancel();
     m_accountToken = CancellationToken();
     m_session.reset();
-    m_patientId.reset();
-    setLatest(std::nullopt);
-    setHistory({});
-    setConnectionName(std::nullopt);
-    setLastUpdated(std::nullopt);
 
     if (m_savedEmail)
         forgetPassword(m_services.keychain, *m_savedEmail);
     m_services.preferences->removeLibreLinkUpEmail();
     setSavedEmail(std::nullopt);
+    forgetFollowed();
+
+    if (m_status.kind != Status::Kind::loggedOut)
+        setStatus(Status::loggedOut());
+}
+
+void GlucoseStore::forgetFollowed()
+{
+    m_patientId.reset();
+    setLatest(std::nullopt);
+    setHistory({});
+    setConnectionName(std::nullopt);
+    setLastUpdated(std::nullopt);
 
     try {
         m_services.snapshots->clear();
@@ -170,9 +247,6 @@ void GlucoseStore::signOut()
                    qUtf8Printable(error.description()));
     }
     m_services.widgets->reloadAllTimelines();
-
-    if (m_status.kind != Status::Kind::loggedOut)
-        setStatus(Status::loggedOut());
 }
 
 QCoro::Task<void> GlucoseStore::forgetPassword(KeychainStore *keychain, QString account)
@@ -203,12 +277,56 @@ QCoro::Task<void> GlucoseStore::pollLoop(QPointer<GlucoseStore> self, Cancellati
         co_await self->refresh(cancel);
         if (!self || self->m_credentialFailure)
             co_return;
-        try {
-            co_await self->m_services.clock->sleep(pollInterval, cancel);
-        } catch (const CancelledError &) {
-            co_return;
+        // A Refresh cycle that changes the plan cuts the pause short and the new one starts from then.
+        for (bool paused = false; !paused;) {
+            const CancellationToken pause;
+            const auto link = cancel.onCancel([pause] { pause.cancel(); });
+            self->m_pauseToken = pause;
+            try {
+                co_await self->m_services.clock->sleep(self->m_nextPause, pause);
+                paused = true;
+            } catch (const CancelledError &) {
+                if (!self || cancel.isCancelled())
+                    co_return;
+            }
         }
     }
+}
+
+void GlucoseStore::planPause(std::chrono::seconds pause)
+{
+    if (pause == m_nextPause)
+        return;
+    m_nextPause = pause;
+    if (m_pauseToken)
+        m_pauseToken->cancel();
+}
+
+QString GlucoseStore::backOff(const ClientError &rateLimited)
+{
+    const std::optional<QByteArray> retryAfter = rateLimited.retryAfter();
+    planPause(m_backOff.limited(retryAfter ? std::optional<QByteArrayView>(*retryAfter) : std::nullopt,
+                                m_services.clock->now(), std::exchange(m_loginRateLimited, false)));
+    return rateLimitedText(*m_backOff.nextTry());
+}
+
+bool GlucoseStore::adoptAppVersion(const std::exception_ptr &failure)
+{
+    try {
+        std::rethrow_exception(failure);
+    } catch (const ClientError &error) {
+        const std::optional<AppVersion> asked = error.minimumVersion();
+        if (error.kind() != ClientError::Kind::appVersionRefused || !asked ||
+            *asked <= m_services.client->appVersion())
+            return false;
+        qCInfo(lcGlucoseStore, "LibreLinkUp asks for app version %s; sending it from now on",
+               qUtf8Printable(asked->toString()));
+        m_services.client->setAppVersion(*asked);
+        m_services.preferences->setServiceAppVersion(asked->toString());
+        return true;
+    } catch (...) {
+    }
+    return false;
 }
 
 QCoro::Task<void> GlucoseStore::clockLoop(QPointer<GlucoseStore> self, CancellationToken cancel)
@@ -237,27 +355,45 @@ QCoro::Task<void> GlucoseStore::refresh()
 QCoro::Task<void> GlucoseStore::refresh(CancellationToken cancel)
 {
     const QPointer<GlucoseStore> self(this);
-    try {
-        co_await loadReadings(true, cancel);
-        if (!self || !m_savedEmail)
+    std::exception_ptr failure;
+    for (bool retried = false;; retried = true) {
+        failure = nullptr;
+        try {
+            co_await loadReadings(true, cancel);
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        if (!self)
             co_return;
+        if (!failure || retried || !adoptAppVersion(failure))
+            break;
+    }
+
+    try {
+        if (failure)
+            std::rethrow_exception(failure);
+        if (!m_savedEmail)
+            co_return;
+        m_backOff.reset();
+        planPause(pollInterval);
         setStatus(Status::active());
         setLastUpdated(m_services.clock->now());
         publishSnapshot();
     } catch (const CancelledError &) {
         // Silent: a newer loop or a sign-out has taken over.
     } catch (const StoreError &) {
-        if (!self)
-            co_return;
         setCredentialFailure(true);
         setStatus(Status::loggedOut());
     } catch (const ClientError &error) {
-        if (self)
+        if (error.kind() == ClientError::Kind::rateLimited) {
+            if (m_savedEmail)
+                failRefresh(backOff(error), false);
+        } else {
             failRefresh(error.description(), error.kind() == ClientError::Kind::invalidCredentials ||
                                                  error.kind() == ClientError::Kind::accountActionRequired);
+        }
     } catch (const std::exception &error) {
-        if (self)
-            failRefresh(describe(error), false);
+        failRefresh(describe(error), false);
     }
 }
 
@@ -311,7 +447,7 @@ QCoro::Task<void> GlucoseStore::signInWithSavedCredentials(CancellationToken can
     ensureLive(self, cancel);
     if (!password)
         throw StoreError();
-    const LibreLinkUpClient::Session session = co_await m_services.client->login(email, *password, cancel);
+    const LibreLinkUpClient::Session session = co_await login(email, *password, cancel);
     ensureLive(self, cancel);
     m_session = session;
 }

@@ -6,6 +6,7 @@
 #include "GlucoseReading.h"
 #include "GlucoseUnit.h"
 #include "LibreLinkUpClient.h"
+#include "RateLimitBackOff.h"
 
 #include <QDateTime>
 #include <QList>
@@ -14,11 +15,13 @@
 
 #include <qcoro/qcorotask.h>
 
+#include <exception>
 #include <memory>
 #include <optional>
 
 namespace glinta {
 
+class ClientError;
 class Clock;
 class KeychainStore;
 class Preferences;
@@ -87,8 +90,8 @@ public:
     static constexpr std::chrono::seconds pollInterval{60};
     static constexpr std::chrono::seconds clockInterval{60};
 
-    // Reads the unit and the saved e-mail, then the build-change check and the installed-update
-    // clean-up. Nothing runs until start().
+    // Reads the unit, the saved e-mail and the app version the service last asked for, then the
+    // build-change check and the installed-update clean-up. Nothing runs until start().
     explicit GlucoseStore(const Services &services, QObject *parent = nullptr);
     // A still picture of `snapshot` for image export: reads no preference, starts nothing, publishes
     // nothing.
@@ -138,10 +141,21 @@ private:
     QCoro::Task<void> refresh(CancellationToken cancel);
     QCoro::Task<void> loadReadings(bool allowRetry, CancellationToken cancel);
     QCoro::Task<void> signInWithSavedCredentials(CancellationToken cancel);
+    // Every sign-in goes through here, so that a login refused for its rate is not repeated early.
+    QCoro::Task<LibreLinkUpClient::Session> login(QString email, QString password, CancellationToken cancel);
+    // Takes up the app version a refusal asked for, when it is newer than the one sent: the refused
+    // request is then worth one more try.
+    bool adoptAppVersion(const std::exception_ptr &failure);
+    // Backs off and says until when.
+    QString backOff(const ClientError &rateLimited);
+    void planPause(std::chrono::seconds pause);
+    // The person followed and everything shown of them, the widget's copy included.
+    void forgetFollowed();
     QCoro::Task<void> fetch(LibreLinkUpClient::Session session, CancellationToken cancel);
     void apply(const LLUGraphData &graph);
     void publishSnapshot();
     void failRefresh(const QString &description, bool credentialProblem);
+    void failSignIn(const std::exception_ptr &failure);
 
     static QCoro::Task<void> pollLoop(QPointer<GlucoseStore> self, CancellationToken cancel);
     static QCoro::Task<void> clockLoop(QPointer<GlucoseStore> self, CancellationToken cancel);
@@ -176,6 +190,13 @@ private:
     // Carried by Refresh-button cycles; sign-out cancels it, so no late answer of the old account lands.
     CancellationToken m_accountToken;
     std::optional<CancellationToken> m_clockToken;
+
+    RateLimitBackOff m_backOff;
+    // The rate limit on its way to backOff() refused a login.
+    bool m_loginRateLimited = false;
+    // The poll loop's next pause; a Refresh cycle that changes it cuts the running pause short.
+    std::chrono::seconds m_nextPause = pollInterval;
+    std::optional<CancellationToken> m_pauseToken;
 };
 
 } // namespace glinta

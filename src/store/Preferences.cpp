@@ -26,6 +26,8 @@ QString Preferences::keyName(Key key)
         return u"SUSkippedVersion"_s;
     case Key::lastUpdateCheckTime:
         return u"SULastCheckTime"_s;
+    case Key::serviceAppVersion:
+        return u"serviceAppVersion"_s;
     }
     Q_UNREACHABLE();
     return {};
@@ -69,6 +71,21 @@ void Preferences::remove(Key key)
     m_settings->remove(keyName(key));
     m_settings->sync();
     Q_EMIT changed(key);
+}
+
+std::optional<QString> Preferences::serviceAppVersion() const
+{
+    return text(Key::serviceAppVersion);
+}
+
+void Preferences::setServiceAppVersion(const QString &version)
+{
+    setText(Key::serviceAppVersion, version);
+}
+
+void Preferences::removeServiceAppVersion()
+{
+    remove(Key::serviceAppVersion);
 }
 
 GlucoseUnit Preferences::glucoseUnit() const

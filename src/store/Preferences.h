@@ -31,6 +31,7 @@ public:
         renderImages,
         skippedVersion,
         lastUpdateCheckTime,
+        serviceAppVersion,
     };
     Q_ENUM(Key)
 
@@ -67,6 +68,11 @@ public:
     // Unreadable text reads as never.
     std::optional<QDateTime> lastUpdateCheckTime() const;
     void setLastUpdateCheckTime(const QDateTime &time);
+
+    // The app version LibreLinkUp last asked for, sent instead of the built-in one while it is newer.
+    std::optional<QString> serviceAppVersion() const;
+    void setServiceAppVersion(const QString &version);
+    void removeServiceAppVersion();
 
     // A launch of a build other than the last one (or the very first launch) wakes the widgets, which
     // may still show what the previous copy of the program wrote.

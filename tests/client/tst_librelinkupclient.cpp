@@ -133,6 +133,27 @@ private Q_SLOTS:
             << raw(login, R"({"status":9})") << u"LibreLinkUp returned status 9."_s << status9;
         QTest::newRow("empty message") << raw(login, R"({"status":9,"error":{"message":""}})")
                                        << u"LibreLinkUp returned status 9: ."_s << status9;
+        // The service raising the app version it accepts; its data is not the request's record. Only a
+        // plain dotted version is taken, so nothing else can reach a header.
+        const QString status920 = u"error: API status 920"_s;
+        QTest::newRow("920 asks for a newer version")
+            << raw(graph, R"({"status":920,"data":{"minimumVersion":"4.17.0"}})")
+            << u"LibreLinkUp asks for app version 4.17.0 or newer. Glinta will send it from the next try."_s
+            << status920;
+        QTest::newRow("920 asks for the version sent")
+            << raw(login, R"({"status":920,"data":{"minimumVersion":"4.16"},"error":{"message":"x"}})")
+            << u"LibreLinkUp asks for app version 4.16 or newer. Glinta tried it, but the service still "
+               u"refuses; an update of Glinta may be needed."_s
+            << status920;
+        const QString noVersion =
+            u"LibreLinkUp no longer accepts the app version Glinta sends (4.16.0); an update of Glinta may be needed."_s;
+        QTest::newRow("920 without data") << raw(login, R"({"status":920})") << noVersion << status920;
+        QTest::newRow("920 with a header in its version")
+            << raw(graph, "{\"status\":920,\"data\":{\"minimumVersion\":\"4.17.0\\r\\nX: 1\"}}") << noVersion
+            << status920;
+        QTest::newRow("920 with a number") << raw(graph, R"({"status":920,"data":{"minimumVersion":4.17}})")
+                                           << noVersion << status920;
+        QTest::newRow("status 429") << raw(graph, R"({"status":429})") << limited << QString();
         QTest::newRow("graph without data") << raw(graph, R"({"status":0})") << unexpected << QString();
         QTest::newRow("redirect without region")
             << raw(login, R"({"status":0,"data":{"redirect":true}})") << unexpected << QString();
@@ -145,6 +166,9 @@ private Q_SLOTS:
             << QString();
         QTest::newRow("graph over 16 MiB")
             << fault(graph, F::hugeBody) << u"The response is larger than 16 MiB."_s << QString();
+        // Its status speaks first: a 401 is still the cue to sign in again.
+        QTest::newRow("401 over 16 MiB") << fault(graph, F::hugeBody, 401) << u"Not signed in to LibreLinkUp."_s
+                                         << QString();
         QTest::newRow("no reply") << fault(login, F::neverReply) << u"The request timed out."_s << QString();
         QTest::newRow("closed mid-body")
             << fault(graph, F::closeMidBody) << u"The connection to the server was lost."_s << QString();
@@ -173,6 +197,38 @@ private Q_SLOTS:
         // Only a silent service waits out the one-second time-out.
         QVERIFY2(elapsed >= (fault.kind == F::neverReply ? 900 : 0) && elapsed < 3000,
                  QByteArray::number(elapsed));
+    }
+
+    // A service that takes the connection and never answers. Each request gives up after its time-out and
+    // closes its connection; a second caller waits its turn, and one whose time-out passes while waiting
+    // never goes out. Once the service answers again, the next request gets through at once, and nothing
+    // given up is sent late.
+    void silentService()
+    {
+        Rig rig;
+        const auto signedIn = rig.signIn();
+        QVERIFY2(signedIn.value, describe(signedIn.error));
+        rig.service.addFault(fault(graph, F::holdConnections));
+        for (int round = 0; round < 7; ++round) {
+            QCoro::Task<Outcome<LLUGraphData>> first = settled(rig.client.fetchGraph(*signedIn.value, u"p-0001"_s));
+            QCoro::Task<Outcome<LLUGraphData>> second = settled(rig.client.fetchGraph(*signedIn.value, u"p-0001"_s));
+            for (auto *task : {&first, &second}) {
+                const Outcome<LLUGraphData> outcome = QCoro::waitFor(std::move(*task));
+                QCOMPARE(QString::fromUtf8(describe(outcome.error)), u"The request timed out."_s);
+            }
+        }
+        QString arrivals;
+        for (const sim::RequestRecord &record : rig.service.requestLog())
+            arrivals += record.at.toString(u"ss.zzz "_s) + record.path + u'\n';
+        QVERIFY2(rig.service.requestCount(graph) == 7, qPrintable(arrivals));
+        QTRY_VERIFY2(rig.service.openConnections() <= 1, QByteArray::number(rig.service.openConnections()));
+
+        rig.service.clearFaults();
+        const auto recovered = run(rig.client.fetchGraph(*signedIn.value, u"p-0001"_s));
+        QVERIFY2(recovered.value, describe(recovered.error));
+        QTest::qWait(300);
+        QCOMPARE(rig.service.requestCount(graph), 8);
+        QVERIFY(rig.service.peakOpenConnections() <= 2);
     }
 
     void cancellation_data()

@@ -21,6 +21,7 @@ LLUMeasurement measurementAt(const Point &point)
     const QDateTime time = base.addSecs(point.first * 60);
     return {point.first < 0 ? time.toString(Qt::ISODate)
                             : QLocale::c().toString(time, u"M/d/yyyy h:mm:ss AP"_s),
+            std::nullopt,
             point.second,
             {},
             {},
@@ -46,10 +47,10 @@ private Q_SLOTS:
     {
         // Dates and times are the graph's rows; a missing flag reads as false, an unknown trend code as none.
         const QString timestamp = u"1/5/2024 9:03:07 AM"_s;
-        const auto mapped = reading({timestamp, 123.456, 5, true, std::nullopt});
+        const auto mapped = reading({timestamp, std::nullopt, 123.456, 5, true, std::nullopt});
         QVERIFY(mapped && mapped->mgPerDl == 123.456 && mapped->trend == TrendArrow::risingQuickly &&
                 mapped->isHigh && !mapped->isLow);
-        const auto unknown = reading({timestamp, 1.0, 6, std::nullopt, true});
+        const auto unknown = reading({timestamp, std::nullopt, 1.0, 6, std::nullopt, true});
         QVERIFY(unknown && !unknown->trend && !unknown->isHigh && unknown->isLow);
     }
 
@@ -104,6 +105,60 @@ private Q_SLOTS:
         for (const LogCapture::Entry &entry : log.inCategory(u"com.nordvik.glinta.GlucoseStore"_s))
             said += (entry.type == QtCriticalMsg ? u""_s : u"not an error: "_s) + entry.message;
         QCOMPARE(said, expected);
+    }
+
+    // The sharer's phone writes its own wall-clock time; registered for several follower zones (TZ), so
+    // each row runs with the two in different zones, and once in the same.
+    void sharerInAnotherZone_data()
+    {
+        QTest::addColumn<QByteArray>("sharerZone");
+        QTest::addColumn<QDateTime>("instant");
+        QTest::addColumn<QByteArray>("factory"); // the member's JSON; "%1" stands for the UTC text
+        QTest::addColumn<bool>("trueInstant");    // or the phone's text read in the follower's zone
+
+        const QDateTime winter(QDate(2024, 1, 15), QTime(14, 50), QTimeZone::utc());
+        const QByteArray utcText = "\"%1\"";
+        for (const char *zone : {"Europe/Berlin", "America/Los_Angeles", "America/New_York"})
+            QTest::addRow("sharer in %s", zone) << QByteArray(zone) << winter << utcText << true;
+        // Twelve or thirteen hours ahead: the phone's date is already the next day.
+        QTest::newRow("Auckland, across the date line")
+            << "Pacific/Auckland"_ba << QDateTime(QDate(2024, 7, 1), QTime(20, 10), QTimeZone::utc()) << utcText
+            << true;
+        QTest::newRow("half-hour zone") << "Asia/Kolkata"_ba << winter << utcText << true;
+        // Both are 2:30 on the phone; only the UTC text tells them apart.
+        for (const int hour : {0, 1})
+            QTest::addRow("clocks go back, %d:30 UTC", hour)
+                << "Europe/Berlin"_ba << QDateTime(QDate(2024, 10, 27), QTime(hour, 30), QTimeZone::utc())
+                << utcText << true;
+        QTest::newRow("absent") << "Europe/Berlin"_ba << winter << QByteArray() << false;
+        QTest::newRow("null") << "Europe/Berlin"_ba << winter << "null"_ba << false;
+        QTest::newRow("not a string") << "Europe/Berlin"_ba << winter << "1705330200"_ba << false;
+        QTest::newRow("does not parse") << "Europe/Berlin"_ba << winter << "\"2024-01-15T14:50:00Z\""_ba << false;
+    }
+    void sharerInAnotherZone()
+    {
+        QFETCH(QByteArray, sharerZone);
+        QFETCH(QDateTime, instant);
+        QFETCH(QByteArray, factory);
+        QFETCH(bool, trueInstant);
+
+        const auto text = [](const QDateTime &time) {
+            return QLocale::c().toString(time, u"M/d/yyyy h:mm:ss AP"_s).toUtf8();
+        };
+        const QDateTime onPhone = instant.toTimeZone(QTimeZone(sharerZone));
+        QByteArray member;
+        if (!factory.isEmpty())
+            member = "\"FactoryTimestamp\":" + factory.replace("%1", text(instant.toUTC())) + ',';
+        const auto graph = decodeLLUResponse<LLUGraphData>(
+            R"({"status":0,"data":{"graphData":[{)" + member + R"("Timestamp":")" + text(onPhone) +
+            R"(","ValueInMgPerDl":99}]}})");
+
+        const LogCapture log;
+        const std::optional<GlucoseReading> mapped = readings(*graph.data).latest;
+        QVERIFY(mapped);
+        const QDateTime readAsLocal(onPhone.date(), onPhone.time(), QTimeZone::systemTimeZone());
+        QCOMPARE(mapped->date, trueInstant ? instant : readAsLocal.toUTC());
+        QVERIFY(log.inCategory(u"com.nordvik.glinta.GlucoseStore"_s).isEmpty());
     }
 
     // An empty first name still joins; alone it is no name.

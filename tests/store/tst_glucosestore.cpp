@@ -18,6 +18,8 @@
 #include <QTest>
 #include <QUuid>
 
+#include <qcoro/qcorotimer.h>
+
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 using namespace glinta;
@@ -55,15 +57,23 @@ public:
     {
         if (lockSaving)
             throw KeychainError::locked();
+        // As a keyring that shows its prompt.
+        saving = true;
+        if (saveDelay > 0ms)
+            co_await QCoro::sleepFor(saveDelay);
         co_await KeychainStore::savePassword(std::move(password), std::move(account));
+        saving = false;
     }
     bool lockSaving = false;
+    std::chrono::milliseconds saveDelay{0};
+    mutable bool saving = false;
 };
 
 // A started store over a simulated service whose phone clock keeps pace with the store's manual clock.
 struct Rig
 {
-    explicit Rig(const QString &savedEmail = {}, const QString &snapshotParent = {})
+    explicit Rig(const QString &savedEmail = {}, const QString &snapshotParent = {},
+                 const QString &appVersion = {})
     {
         for (const sim::SimAccount &account : {demo, bob})
             service.addAccount(account);
@@ -73,6 +83,8 @@ struct Rig
         seed.setValue(u"lastLaunchedBuild"_s, u"1"_s); // the same build again: no widget reload
         if (!savedEmail.isEmpty())
             seed.setValue(u"libreLinkUpEmail"_s, savedEmail);
+        if (!appVersion.isEmpty())
+            seed.setValue(u"serviceAppVersion"_s, appVersion);
         seed.sync();
         client = std::make_unique<LibreLinkUpClient>(&network, service.endpoints(), 1s);
         preferences =
@@ -109,6 +121,13 @@ struct Rig
                QTest::qWaitFor([this] { return store->status() == Status::active() && idle(); });
     }
     int requests(const QString &path) const { return service.requestCount(path); }
+    QByteArray versionSent(const QString &path) const
+    {
+        for (const auto &[name, value] : service.lastHeaders(path))
+            if (name == "version")
+                return value;
+        return {};
+    }
     int allRequests() const
     {
         return requests(u"login"_s) + requests(u"connections"_s) + requests(u"graph"_s);
@@ -194,7 +213,8 @@ private Q_SLOTS:
         QCOMPARE(rig.hasPassword(), ok);
         QCOMPARE(rig.store->credentialFailure(), !ok);
         QCOMPARE(rig.requests(u"graph"_s), ok ? 1 : 0);
-        QCOMPARE(rig.widgets.reloads, ok ? 1 : 0);
+        // Also when the keyring fails: the session is the new account's, so the old one's person is forgotten.
+        QCOMPARE(rig.widgets.reloads, ok || (!saved.isEmpty() && password == demo.password) ? 1 : 0);
         // The sign-in's session serves the first cycle; the region redirect costs a second login request.
         if (ok)
             QCOMPARE(rig.requests(u"login"_s), 2);
@@ -207,6 +227,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("stage");
         QTest::newRow("login") << u"login"_s;
+        QTest::newRow("keyring saving") << u"keyring"_s;
         QTest::newRow("connections") << u"connections"_s;
     }
     void signOut()
@@ -219,7 +240,11 @@ private Q_SLOTS:
         Fault late = fault(stage, Fault::Kind::delay);
         late.delay = 300ms;
         QCoro::Task<void> pending;
-        if (!cycling) {
+        if (stage == u"keyring") {
+            rig.keychain.saveDelay = 300ms;
+            pending = store.signIn(demo.email, demo.password);
+            QTRY_VERIFY(rig.keychain.saving);
+        } else if (!cycling) {
             rig.service.addFault(late);
             pending = store.signIn(demo.email, demo.password);
             QTRY_COMPARE(rig.requests(stage), 1);
@@ -232,12 +257,11 @@ private Q_SLOTS:
                      QStringList{u"error: Refresh failed: No one is sharing data with this LibreLinkUp "
                                  u"account. In the LibreLink app choose Share, connect LibreLinkUp, "
                                  u"then accept the invitation in the LibreLinkUp app."_s});
-            rig.service.addFault(fault(stage, Fault::Kind::neverReply));
+            rig.service.addFault(late);
             rig.pass(60s);
             QTRY_COMPARE(rig.requests(stage), 2);
-            rig.service.addFault(late);
+            // Its request waits for its turn behind the loop's.
             pending = store.refresh();
-            QTRY_COMPARE(rig.requests(stage), 3);
         }
 
         const int reloads = rig.widgets.reloads;
@@ -286,8 +310,6 @@ private Q_SLOTS:
         const QString attention =
             u"Your account needs attention. Open the LibreLinkUp app, accept any new terms, then try again."_s;
         const QString notSignedIn = u"Not signed in to LibreLinkUp."_s;
-        const QString rateLimited =
-            u"LibreLinkUp is rate-limiting requests. This usually clears up within a few minutes."_s;
         const auto failed = [](const QString &text) -> QString {
             return u"error: Refresh failed: "_s + text;
         };
@@ -303,9 +325,6 @@ private Q_SLOTS:
         QTest::newRow("rejected after a fresh sign-in")
             << QList{twice} << u"failed: "_s + notSignedIn << false << 2
             << QStringList{expired, failed(notSignedIn)};
-        QTest::newRow("rate limited")
-            << QList{fault(u"graph"_s, Fault::Kind::httpStatus, 429)} << u"failed: "_s + rateLimited << false
-            << 0 << QStringList{failed(rateLimited)};
         const QString lost = u"The connection to the server was lost."_s; // not a ClientError
         QTest::newRow("connection lost") << QList{fault(u"graph"_s, Fault::Kind::closeMidBody)}
                                          << u"failed: "_s + lost << false << 0 << QStringList{failed(lost)};
@@ -374,6 +393,7 @@ private Q_SLOTS:
         rig.trail.clear();
         QVERIFY(rig.signedIn());
         QCOMPARE(rig.requests(u"graph"_s), 3); // without waiting for a pause
+        QCOMPARE(rig.requests(u"connections"_s), 1); // the same account keeps its person
         QCOMPARE(rig.trail, (QStringList{u"connecting"_s, u"active"_s}));
         QTest::qWait(400); // the old cycle's late answer, had it not been cancelled
 
@@ -389,6 +409,188 @@ private Q_SLOTS:
         const QList<std::chrono::milliseconds> pauses = rig.clock.sleepDurations();
         QCOMPARE(pauses.count(60s), pauses.size());
         QVERIFY(rig.log().isEmpty());
+    }
+
+    // Another account's sign-in forgets whom the last one followed: its graph path would not even be the
+    // new account's to ask for.
+    void anotherAccount()
+    {
+        Rig rig;
+        QVERIFY(rig.signedIn());
+        QVERIFY(!runToEnd(rig.store->signIn(bob.email, bob.password)));
+        QTRY_VERIFY(rig.idle());
+        QCOMPARE(show(rig.store->status()), u"active"_s);
+        QCOMPARE(rig.store->connectionName(), std::optional(u"Bob"_s));
+        QCOMPARE(rig.snapshots->read()->connectionName, std::optional(u"Bob"_s));
+        QCOMPARE(rig.requests(u"connections"_s), 2);
+    }
+
+    // Told "too many requests", the loop leaves the service alone for the wait the answer asks for, or
+    // for 2, 4, 8, then 15 minutes; a good answer puts it back on its minute.
+    void rateLimited_data()
+    {
+        QTest::addColumn<QByteArray>("retryAfter"); // empty: none
+        QTest::addColumn<int>("limits");            // answers in a row
+        QTest::addColumn<QList<int>>("waits");      // seconds before each next request
+
+        QTest::newRow("steps") << QByteArray() << 5 << QList{120, 240, 480, 900, 900, 60};
+        QTest::newRow("delay seconds") << "300"_ba << 1 << QList{300, 60};
+        QTest::newRow("HTTP date") << "Mon, 15 Jan 2024 10:11:00 GMT"_ba << 1 << QList{600, 60};
+        QTest::newRow("capped") << "86400"_ba << 1 << QList{1800, 60};
+        QTest::newRow("no faster than usual") << "5"_ba << 1 << QList{60, 60};
+        QTest::newRow("unreadable") << "soon"_ba << 1 << QList{120, 60};
+    }
+    void rateLimited()
+    {
+        QFETCH(QByteArray, retryAfter);
+        QFETCH(int, limits);
+        QFETCH(QList<int>, waits);
+
+        Rig rig;
+        QVERIFY(rig.signedIn());
+        Fault limit = fault(u"graph"_s, Fault::Kind::rateLimit, 429);
+        limit.count = limits;
+        limit.retryAfter = retryAfter;
+        rig.service.addFault(limit);
+        rig.pass(60s);
+        QTRY_COMPARE(rig.requests(u"graph"_s), 2);
+        QTRY_VERIFY(rig.idle());
+        // The panel's failure line says when (the test runs in UTC).
+        QCOMPARE(show(rig.store->status()),
+                 u"failed: LibreLinkUp is rate-limiting requests. This usually clears up within a few "
+                 u"minutes. Next try at "_s +
+                     QTime(10, 1).addSecs(waits.first()).toString(u"HH:mm"_s) + u'.');
+
+        for (const int wait : std::as_const(waits)) {
+            const int before = rig.requests(u"graph"_s);
+            rig.pass(std::chrono::seconds(wait - 1));
+            Rig::quiet();
+            QCOMPARE(rig.requests(u"graph"_s), before);
+            rig.pass(1s);
+            QTRY_COMPARE(rig.requests(u"graph"_s), before + 1);
+            QTRY_VERIFY(rig.idle());
+        }
+        QCOMPARE(show(rig.store->status()), u"active"_s);
+        QCOMPARE(rig.store->credentialFailure(), false);
+    }
+
+    // Refresh still asks during a back-off. A good answer puts the loop back on its minute from then; another
+    // rate limit moves the next try on by a step, also from then.
+    void refreshDuringBackOff_data()
+    {
+        QTest::addColumn<bool>("good");
+        QTest::newRow("good answer") << true;
+        QTest::newRow("limited again") << false;
+    }
+    void refreshDuringBackOff()
+    {
+        QFETCH(bool, good);
+
+        Rig rig;
+        QVERIFY(rig.signedIn());
+        Fault limit = fault(u"graph"_s, Fault::Kind::rateLimit, 429);
+        limit.count = good ? 1 : 2;
+        rig.service.addFault(limit);
+        rig.pass(60s);
+        QTRY_COMPARE(rig.requests(u"graph"_s), 2);
+        QTRY_VERIFY(rig.idle());
+        rig.pass(30s);
+        QVERIFY(!runToEnd(rig.store->refresh()));
+        QCOMPARE(rig.requests(u"graph"_s), 3);
+        QCOMPARE(rig.store->status().message.endsWith(u"Next try at 10:05."_s), !good);
+        QTRY_VERIFY(rig.idle());
+
+        const int wait = good ? 60 : 240;
+        rig.pass(std::chrono::seconds(wait - 1));
+        Rig::quiet();
+        QCOMPARE(rig.requests(u"graph"_s), 3);
+        rig.pass(1s);
+        QTRY_COMPARE(rig.requests(u"graph"_s), 4);
+    }
+
+    // A login refused for its rate is not asked again before its wait is over, whoever asks.
+    void loginHeldBack()
+    {
+        Rig rig;
+        QVERIFY(rig.signedIn());
+        rig.service.addFault(fault(u"graph"_s, Fault::Kind::httpStatus, 401));
+        rig.service.addFault(fault(u"login"_s, Fault::Kind::rateLimit, 429));
+        rig.pass(60s);
+        QTRY_COMPARE(rig.requests(u"login"_s), 3);
+        QTRY_VERIFY(rig.idle());
+        const QString held = u"failed: LibreLinkUp is rate-limiting requests. This usually clears up within a "
+                             u"few minutes. Next try at 10:03."_s;
+        QCOMPARE(show(rig.store->status()), held);
+
+        QVERIFY(!runToEnd(rig.store->refresh()));
+        rig.trail.clear();
+        QVERIFY(!runToEnd(rig.store->signIn(demo.email, demo.password)));
+        QCOMPARE(rig.trail, (QStringList{u"connecting"_s, held}));
+        QCOMPARE(rig.requests(u"login"_s), 3);
+
+        rig.pass(120s);
+        QTRY_COMPARE(show(rig.store->status()), u"active"_s);
+        QCOMPARE(rig.requests(u"login"_s), 5); // with the region redirect
+    }
+
+    // The service raising the app version it accepts is ridden through: the version it asks for is sent
+    // from then on and remembered. Refused again, or with no version named, it is a failure like any other
+    // and the loop goes on.
+    void appVersion_data()
+    {
+        QTest::addColumn<Fault>("refusal");
+        QTest::addColumn<QString>("status");
+
+        Fault graph = fault(u"graph"_s, Fault::Kind::minimumVersion);
+        graph.count = -1; // until the version is sent
+        graph.version = u"4.17.0"_s;
+        Fault login = graph;
+        login.path = u"login"_s;
+        Fault again = fault(u"graph"_s, Fault::Kind::rawBody);
+        again.count = 2;
+        again.body = R"({"status":920,"data":{"minimumVersion":"4.17.0"}})";
+        Fault none = fault(u"graph"_s, Fault::Kind::minimumVersion);
+        none.omitVersion = true;
+
+        QTest::newRow("graph") << graph << u"active"_s;
+        QTest::newRow("login") << login << u"active"_s;
+        QTest::newRow("refused again")
+            << again
+            << u"failed: LibreLinkUp asks for app version 4.17.0 or newer. Glinta tried it, but the service "
+               u"still refuses; an update of Glinta may be needed."_s;
+        QTest::newRow("no version named")
+            << none
+            << u"failed: LibreLinkUp no longer accepts the app version Glinta sends (4.16.0); an update of "
+               u"Glinta may be needed."_s;
+    }
+    void appVersion()
+    {
+        QFETCH(Fault, refusal);
+        QFETCH(QString, status);
+
+        Rig rig;
+        rig.service.addFault(refusal);
+        QVERIFY(!runToEnd(rig.store->signIn(demo.email, demo.password)));
+        QTRY_VERIFY(rig.idle());
+        QCOMPARE(show(rig.store->status()), status);
+        QVERIFY(!rig.store->credentialFailure());
+        const bool named = !refusal.omitVersion;
+        const QByteArray sent = named ? "4.17.0" : "4.16.0";
+        QCOMPARE(rig.versionSent(refusal.path), sent);
+        QCOMPARE(rig.preference(u"serviceAppVersion"_s).toString(), named ? u"4.17.0"_s : QString());
+        QCOMPARE(rig.log().value(0), named ? u"info: LibreLinkUp asks for app version 4.17.0; sending it "
+                                             u"from now on"_s
+                                           : QString(u"error: Refresh failed: "_s + status.mid(8)));
+
+        // A restart keeps sending it; a build that knows a newer version forgets it.
+        for (const auto &[remembered, expected] :
+             {std::pair{u"4.17.0"_s, "4.17.0"_ba}, std::pair{u"4.9.9"_s, "4.16.0"_ba}, std::pair{u"4.17\n"_s, "4.16.0"_ba}}) {
+            if (!named)
+                break;
+            Rig restarted(demo.email, {}, remembered);
+            QCOMPARE(restarted.client->appVersion().toString().toLatin1(), expected);
+            QCOMPARE(restarted.preference(u"serviceAppVersion"_s).isValid(), expected != "4.16.0");
+        }
     }
 
     // Also the same unit again writes the preference and the snapshot and wakes the widgets; a snapshot
