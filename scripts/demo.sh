@@ -12,6 +12,7 @@
 #
 #   GLINTA_DEMO_OUTPUT   where screenshots, logs and the final snapshot go (default: build/demo-output)
 #   GLINTA_DEMO_SECONDS  end by itself this many seconds after the start instead of waiting for Ctrl-C
+#   GLINTA_DEMO_SIM_OPTIONS  more glinta-sim options, such as "--phone-zone Europe/Berlin --log-requests"
 #
 # The user's own settings, snapshot and keyring item are never touched: the configuration, data, cache
 # and state directories are a throwaway one, and the keyring item is the demo account's own.
@@ -243,7 +244,8 @@ say "private profile: $profile (removed at the end)"
 
 # --- the simulated service ------------------------------------------------------------------------
 
-"$sim" --port 0 --address-file "$XDG_CONFIG_HOME/nordvik.com/service-address.json" \
+read -ra sim_options <<<"${GLINTA_DEMO_SIM_OPTIONS:-}"
+"$sim" --port 0 --address-file "$XDG_CONFIG_HOME/nordvik.com/service-address.json" "${sim_options[@]}" \
   >"$output/glinta-sim.log" 2>&1 </dev/null &
 sim_pid=$!
 await "$startup_timeout" "glinta-sim listening" grep -q '^glinta-sim listening on ' "$output/glinta-sim.log"

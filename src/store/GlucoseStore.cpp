@@ -136,21 +136,11 @@ QCoro::Task<void> GlucoseStore::signIn(QString email, QString password)
         setStatus(Status::connecting());
 
     LibreLinkUpClient::Session session;
-    std::exception_ptr failure;
-    for (bool retried = false;; retried = true) {
-        failure = nullptr;
-        try {
-            session = co_await login(email, password, account);
-        } catch (const CancelledError &) {
-            co_return;
-        } catch (...) {
-            failure = std::current_exception();
-        }
-        if (!self)
-            co_return;
-        if (!failure || retried || !adoptAppVersion(failure))
-            break;
-    }
+    std::exception_ptr failure = (co_await withServiceAppVersion([&]() -> QCoro::Task<void> {
+                                      session = co_await login(email, password, account);
+                                  })).error;
+    if (!self)
+        co_return;
     if (failure) {
         failSignIn(failure);
         co_return;
@@ -188,6 +178,8 @@ void GlucoseStore::failSignIn(const std::exception_ptr &failure)
     QString description;
     try {
         std::rethrow_exception(failure);
+    } catch (const CancelledError &) {
+        return;
     } catch (const ClientError &error) {
         description = error.kind() == ClientError::Kind::rateLimited ? backOff(error) : error.description();
     } catch (const std::exception &error) {
@@ -310,6 +302,21 @@ QString GlucoseStore::backOff(const ClientError &rateLimited)
     return rateLimitedText(*m_backOff.nextTry());
 }
 
+QCoro::Task<GlucoseStore::Failure> GlucoseStore::withServiceAppVersion(std::function<QCoro::Task<void>()> attempt)
+{
+    const QPointer<GlucoseStore> self(this);
+    for (bool retried = false;; retried = true) {
+        std::exception_ptr failure;
+        try {
+            co_await attempt();
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        if (!self || !failure || retried || !adoptAppVersion(failure))
+            co_return Failure{failure};
+    }
+}
+
 bool GlucoseStore::adoptAppVersion(const std::exception_ptr &failure)
 {
     try {
@@ -355,20 +362,13 @@ QCoro::Task<void> GlucoseStore::refresh()
 QCoro::Task<void> GlucoseStore::refresh(CancellationToken cancel)
 {
     const QPointer<GlucoseStore> self(this);
-    std::exception_ptr failure;
-    for (bool retried = false;; retried = true) {
-        failure = nullptr;
-        try {
-            co_await loadReadings(true, cancel);
-        } catch (...) {
-            failure = std::current_exception();
-        }
-        if (!self)
-            co_return;
-        if (!failure || retried || !adoptAppVersion(failure))
-            break;
-    }
+    const std::exception_ptr failure =
+        (co_await withServiceAppVersion([&]() -> QCoro::Task<void> { co_await loadReadings(true, cancel); })).error;
+    if (!self)
+        co_return;
 
+    // Any answer but "too many requests" puts the loop back on its minute; only a good one starts the
+    // back-off's steps over.
     try {
         if (failure)
             std::rethrow_exception(failure);
@@ -381,6 +381,8 @@ QCoro::Task<void> GlucoseStore::refresh(CancellationToken cancel)
         publishSnapshot();
     } catch (const CancelledError &) {
         // Silent: a newer loop or a sign-out has taken over.
+    } catch (const LoginHeldBack &error) {
+        failRefresh(error.description(), false);
     } catch (const StoreError &) {
         setCredentialFailure(true);
         setStatus(Status::loggedOut());
@@ -389,10 +391,12 @@ QCoro::Task<void> GlucoseStore::refresh(CancellationToken cancel)
             if (m_savedEmail)
                 failRefresh(backOff(error), false);
         } else {
+            planPause(pollInterval);
             failRefresh(error.description(), error.kind() == ClientError::Kind::invalidCredentials ||
                                                  error.kind() == ClientError::Kind::accountActionRequired);
         }
     } catch (const std::exception &error) {
+        planPause(pollInterval);
         failRefresh(describe(error), false);
     }
 }

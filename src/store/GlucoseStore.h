@@ -16,6 +16,7 @@
 #include <qcoro/qcorotask.h>
 
 #include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -143,8 +144,14 @@ private:
     QCoro::Task<void> signInWithSavedCredentials(CancellationToken cancel);
     // Every sign-in goes through here, so that a login refused for its rate is not repeated early.
     QCoro::Task<LibreLinkUpClient::Session> login(QString email, QString password, CancellationToken cancel);
-    // Takes up the app version a refusal asked for, when it is newer than the one sent: the refused
-    // request is then worth one more try.
+    // Runs `attempt`, and once more when it failed because the service asked for a newer app version,
+    // which is then taken up. What it finally threw, or nothing.
+    // (A struct: QCoro cannot carry an exception_ptr as a task's value.)
+    struct Failure
+    {
+        std::exception_ptr error;
+    };
+    QCoro::Task<Failure> withServiceAppVersion(std::function<QCoro::Task<void>()> attempt);
     bool adoptAppVersion(const std::exception_ptr &failure);
     // Backs off and says until when.
     QString backOff(const ClientError &rateLimited);

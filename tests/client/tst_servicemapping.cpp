@@ -131,7 +131,6 @@ private Q_SLOTS:
                 << "Europe/Berlin"_ba << QDateTime(QDate(2024, 10, 27), QTime(hour, 30), QTimeZone::utc())
                 << utcText << true;
         QTest::newRow("absent") << "Europe/Berlin"_ba << winter << QByteArray() << false;
-        QTest::newRow("null") << "Europe/Berlin"_ba << winter << "null"_ba << false;
         QTest::newRow("not a string") << "Europe/Berlin"_ba << winter << "1705330200"_ba << false;
         QTest::newRow("does not parse") << "Europe/Berlin"_ba << winter << "\"2024-01-15T14:50:00Z\""_ba << false;
     }

@@ -12,7 +12,6 @@
 #include "TaskOutcome.h"
 
 #include <QFileInfo>
-#include <QJsonArray>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QRegularExpression>
@@ -96,17 +95,6 @@ public:
         return ok;
     }
 
-    // Its counters and request log ("requests", "openConnections", "log": [{"at", "path", "status"}]).
-    QJsonObject stats()
-    {
-        QNetworkAccessManager network;
-        QNetworkReply *reply = network.get(QNetworkRequest(m_baseUrl.resolved(QUrl(u"_sim/stats"_s))));
-        (void)QTest::qWaitFor([reply] { return reply->isFinished(); }, 10000);
-        const QJsonObject stats = QJsonDocument::fromJson(reply->readAll()).object();
-        delete reply;
-        return stats;
-    }
-
     void kill()
     {
         if (m_process.state() == QProcess::NotRunning)
@@ -123,14 +111,6 @@ private:
     quint16 m_port = 0;
     QProcess m_process;
 };
-
-QJsonArray from(const QJsonArray &array, qsizetype first)
-{
-    QJsonArray rest;
-    for (qsizetype i = std::max<qsizetype>(first, 0); i < array.size(); ++i)
-        rest.append(array.at(i));
-    return rest;
-}
 
 std::optional<GlucoseSnapshot> readSnapshot(const QString &path)
 {
@@ -163,17 +143,15 @@ class TestFaultDrills : public QObject
     // The program signed in from a previous launch (e-mail saved, password in the keyring), its clock
     // driven by libfaketime from `clockFile`; `wrapper` runs in front of it.
     void launch(GlintaProcess &glinta, const QString &clockFile, const QStringList &wrapper = {},
-                const QByteArray &speed = "x10", bool fakeMonotonic = false)
+                const QByteArray &speed = "x10")
     {
         setClock(clockFile, "+0 " + speed);
         glinta.setPreference(u"libreLinkUpEmail"_s, m_email);
         glinta.environment.insert(u"LD_PRELOAD"_s, fakeTimeLibrary);
         glinta.environment.insert(u"FAKETIME_TIMESTAMP_FILE"_s, clockFile);
         glinta.environment.insert(u"FAKETIME_NO_CACHE"_s, u"1"_s);
-        // Only the wall clock moves, unless asked: a monotonic clock that jumped back would stall every Qt
-        // timer. A faked one runs Qt's timers, the request time-out among them, at the same speed.
-        if (!fakeMonotonic)
-            glinta.environment.insert(u"FAKETIME_DONT_FAKE_MONOTONIC"_s, u"1"_s);
+        // Only the wall clock moves; a monotonic clock that jumped back would stall every Qt timer.
+        glinta.environment.insert(u"FAKETIME_DONT_FAKE_MONOTONIC"_s, u"1"_s);
         // The sanitizer runtime wants to come first; libfaketime in front of it is harmless here.
         glinta.environment.insert(u"ASAN_OPTIONS"_s, u"detect_leaks=0:verify_asan_link_order=0"_s);
         glinta.process().setProcessEnvironment(glinta.environment);
@@ -404,91 +382,6 @@ private Q_SLOTS:
         QVERIFY(snapshot.latest);
         const qint64 age = snapshot.latest->date.secsTo(snapshot.updatedAt);
         QVERIFY2(age >= 20 * 60 && age < 22 * 60, QByteArray::number(age));
-
-        // The title as the status bar shows it, from the published snapshot.
-        QProcess widget;
-        QProcessEnvironment environment = glinta.environment;
-        environment.remove(u"LD_PRELOAD"_s);
-        widget.setProcessEnvironment(environment);
-        widget.start(QStringLiteral(GLINTA_WIDGET_PROGRAM), {u"--status-line"_s});
-        QVERIFY(widget.waitForReadyRead(20000));
-        const QString title = QString::fromUtf8(widget.readLine()).trimmed();
-        widget.kill();
-        widget.waitForFinished(5000);
-        QVERIFY2(title.contains(u"\u26A0"_s), qPrintable(title));
-    }
-
-    // The service raises the app version it accepts, then limits the rate: the program takes up the version
-    // by itself and remembers it, and it backs off, 2, 4 then 8 minutes, instead of asking every minute.
-    void serviceChangesItsAnswers()
-    {
-        GlintaProcess glinta;
-        SimProcess sim(account(), glinta.configDirectory() + u"/service-address.json"_s);
-        QVERIFY(sim.start());
-        QVERIFY(sim.control(u"fault"_s, {{u"kind"_s, u"minimumVersion"_s}, {u"version"_s, u"4.17.0"_s}}));
-        launch(glinta, m_scratch.filePath(u"clock-changes"_s), QStringList(), "x100");
-        QVERIFY(awaitFirstSnapshot(glinta).latest);
-        QTRY_VERIFY2_WITH_TIMEOUT(
-            glinta.output().contains(u"LibreLinkUp asks for app version 4.17.0; sending it from now on"_s),
-            qPrintable(glinta.output()), 5000);
-        QVERIFY(!glinta.output().contains(u"Refresh failed"_s) && !glinta.output().contains(u"Login failed"_s));
-        QSettings settings(glinta.configDirectory() + u"/glinta.conf"_s, QSettings::IniFormat);
-        QCOMPARE(settings.value(u"serviceAppVersion"_s).toString(), u"4.17.0"_s);
-
-        QVERIFY(sim.control(u"fault"_s, {{u"kind"_s, u"rateLimit"_s}, {u"path"_s, u"graph"_s}, {u"count"_s, 3}}));
-        const QJsonArray before = sim.stats().value(u"log"_s).toArray();
-        QTRY_VERIFY2_WITH_TIMEOUT(occurrences(glinta, u"Next try at "_s) == 3 &&
-                                      sim.stats().value(u"log"_s).toArray().size() > before.size() + 3,
-                                  qPrintable(glinta.output()), 4 * cycleTimeout);
-        // Between the requests, the program's minutes at a hundred times: 0.6 s for the usual pause.
-        QList<qint64> gaps;
-        QDateTime previous;
-        for (const QJsonValue entry : from(sim.stats().value(u"log"_s).toArray(), before.size() - 1)) {
-            const QDateTime at = QDateTime::fromString(entry[u"at"_s].toString(), Qt::ISODateWithMs);
-            if (previous.isValid())
-                gaps.append(previous.msecsTo(at));
-            previous = at;
-        }
-        QStringList shown;
-        for (const qint64 gap : std::as_const(gaps))
-            shown.append(QString::number(gap));
-        qInfo("pauses between graph requests, ms: %s", qPrintable(shown.join(u' ')));
-        QVERIFY2(gaps.size() >= 4 && gaps[1] >= 1200 && gaps[2] >= 2400 && gaps[3] >= 4800 &&
-                     gaps[1] < gaps[2] && gaps[2] < gaps[3],
-                 qPrintable(glinta.output()));
-        verifyNothingLost(glinta);
-    }
-
-    // A service that takes every connection and never answers (a half-dead load balancer), then answers
-    // again. The program's timers run ten times faster here, its minute-long request time-out included.
-    // Each poll gives up after its time-out and closes its connection, so once the service is back the
-    // next poll gets through: no burst of late requests, never two at once.
-    void silentServiceRecovers()
-    {
-        GlintaProcess glinta;
-        SimProcess sim(account(), glinta.configDirectory() + u"/service-address.json"_s);
-        QVERIFY(sim.start());
-        launch(glinta, m_scratch.filePath(u"clock-silent"_s), QStringList(), "x10", true);
-        const GlucoseSnapshot before = awaitFirstSnapshot(glinta);
-        QVERIFY(before.latest);
-
-        QVERIFY(sim.control(u"fault"_s, {{u"kind"_s, u"holdConnections"_s}}));
-        const QString timedOut = u"Refresh failed: The request timed out."_s;
-        QTRY_VERIFY2_WITH_TIMEOUT(occurrences(glinta, timedOut) >= 7, qPrintable(glinta.output()),
-                                  8 * cycleTimeout);
-        QVERIFY2(sim.stats().value(u"peakOpenConnections"_s).toInt() <= 2, qPrintable(glinta.output()));
-
-        QVERIFY(sim.control(u"clear"_s));
-        const qsizetype logged = sim.stats().value(u"log"_s).toArray().size();
-        QTRY_VERIFY2_WITH_TIMEOUT(readSnapshot(glinta.snapshotPath()).value_or(before).updatedAt >
-                                      before.updatedAt,
-                                  qPrintable(glinta.output()), 2 * cycleTimeout);
-        // Let a burst show itself, had one been queued.
-        QTest::qWait(3000);
-        const QJsonArray after = from(sim.stats().value(u"log"_s).toArray(), logged);
-        QVERIFY2(!after.isEmpty() && after.size() <= 2, QJsonDocument(after).toJson().constData());
-        QVERIFY(sim.stats().value(u"openConnections"_s).toInt() <= 2); // the program's and the stats' own
-        verifyNothingLost(glinta);
     }
 
     // The readings request goes wrong in every way the service can, each for an hour of polls, one after
