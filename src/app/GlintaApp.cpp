@@ -93,9 +93,9 @@ GlintaApp::GlintaApp(Environment environment, QObject *parent) : QObject(parent)
     m_updateWatcher = std::make_unique<UpdateWatcher>(m_preferences.get());
     m_userDriver =
         std::make_unique<StandardUserDriver>(m_updateWatcher.get(), environment.build.shortVersion);
-    m_updater =
-        std::make_unique<AppcastUpdater>(&m_updateNetwork, QUrl(environment.build.updateFeedUrl), environment.build,
-                                         m_preferences.get(), m_clock.get(), m_userDriver.get());
+    m_updater = std::make_unique<AppcastUpdater>(&m_updateNetwork, QUrl(environment.build.updateFeedUrl),
+                                                 environment.build, m_preferences.get(), m_clock.get(),
+                                                 m_userDriver.get());
     connect(m_updater.get(), &AppcastUpdater::installRequested, this,
             [](const QUrl &downloadPage) { QDesktopServices::openUrl(downloadPage); });
     m_loginItem = std::make_unique<LoginItem>();

@@ -69,14 +69,16 @@ QString ClientError::description() const
         return u"LibreLinkUp returned an unexpected response."_s;
     case Kind::appVersionRefused: {
         if (!m_minimumVersion) {
-            return u"LibreLinkUp no longer accepts the app version Glinta sends ("_s + m_sentVersion->toString() +
-                   u"); an update of Glinta may be needed."_s;
+            return u"LibreLinkUp no longer accepts the app version Glinta sends ("_s +
+                   m_sentVersion->toString() + u"); an update of Glinta may be needed."_s;
         }
-        const QString asked = u"LibreLinkUp asks for app version "_s + m_minimumVersion->toString() + u" or newer."_s;
+        const QString asked =
+            u"LibreLinkUp asks for app version "_s + m_minimumVersion->toString() + u" or newer."_s;
         // Only a version that was sent and still refused says an update is needed.
         if (*m_minimumVersion > *m_sentVersion)
             return asked + u" Glinta will send it from the next try."_s;
-        return asked + u" Glinta tried it, but the service still refuses; an update of Glinta may be needed."_s;
+        return asked +
+               u" Glinta tried it, but the service still refuses; an update of Glinta may be needed."_s;
     }
     }
     Q_UNREACHABLE();

@@ -40,8 +40,8 @@ bool isHttpStatusError(QNetworkReply::NetworkError error);
 
 // Sends `request` on `network`, a GET when `body` is null and a POST of it otherwise, and reads at most
 // `maximumSize` bytes of the answer. A transfer that times out or is aborted closes every connection of
-// `network`, so give each service a manager of its own. Throws CancelledError when `cancel` fires and when `network` is
-// gone; every other way it can end is told in the outcome.
+// `network`, so give each service a manager of its own. Throws CancelledError when `cancel` fires and when
+// `network` is gone; every other way it can end is told in the outcome.
 QCoro::Task<TransferOutcome> guardedTransfer(QNetworkAccessManager *network, QNetworkRequest request,
                                              QByteArray body, qint64 maximumSize, CancellationToken cancel);
 

@@ -121,8 +121,8 @@ template <typename T>
 QCoro::Task<T> LibreLinkUpClient::send(QNetworkRequest request, QByteArray body,
                                        CancellationToken cancel) const
 {
-    const AppVersion sent = AppVersion::parse(QString::fromLatin1(request.rawHeader("version")))
-                                .value_or(AppVersion::builtIn());
+    const AppVersion sent =
+        AppVersion::parse(QString::fromLatin1(request.rawHeader("version"))).value_or(AppVersion::builtIn());
     const QByteArray bytes = co_await transfer(std::move(request), std::move(body), cancel);
     LLUResponse<T> response = decodeLLUResponse<T>(bytes);
     switch (response.status) {
@@ -138,7 +138,8 @@ QCoro::Task<T> LibreLinkUpClient::send(QNetworkRequest request, QByteArray body,
     case 430:
         throw ClientError::rateLimited(std::nullopt);
     case appVersionRefusedStatus: {
-        const auto minimum = response.minimumVersion ? AppVersion::parse(*response.minimumVersion) : std::nullopt;
+        const auto minimum =
+            response.minimumVersion ? AppVersion::parse(*response.minimumVersion) : std::nullopt;
         qCCritical(lcLibreLinkUpClient, "API status %lld", static_cast<long long>(response.status));
         throw ClientError::appVersionRefused(minimum, sent);
     }

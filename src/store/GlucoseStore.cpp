@@ -137,8 +137,8 @@ QCoro::Task<void> GlucoseStore::signIn(QString email, QString password)
 
     LibreLinkUpClient::Session session;
     std::exception_ptr failure = (co_await withServiceAppVersion([&]() -> QCoro::Task<void> {
-                                      session = co_await login(email, password, account);
-                                  })).error;
+                                     session = co_await login(email, password, account);
+                                 })).error;
     if (!self)
         co_return;
     if (failure) {
@@ -302,7 +302,8 @@ QString GlucoseStore::backOff(const ClientError &rateLimited)
     return rateLimitedText(*m_backOff.nextTry());
 }
 
-QCoro::Task<GlucoseStore::Failure> GlucoseStore::withServiceAppVersion(std::function<QCoro::Task<void>()> attempt)
+QCoro::Task<GlucoseStore::Failure>
+GlucoseStore::withServiceAppVersion(std::function<QCoro::Task<void>()> attempt)
 {
     const QPointer<GlucoseStore> self(this);
     for (bool retried = false;; retried = true) {
@@ -362,8 +363,9 @@ QCoro::Task<void> GlucoseStore::refresh()
 QCoro::Task<void> GlucoseStore::refresh(CancellationToken cancel)
 {
     const QPointer<GlucoseStore> self(this);
-    const std::exception_ptr failure =
-        (co_await withServiceAppVersion([&]() -> QCoro::Task<void> { co_await loadReadings(true, cancel); })).error;
+    const std::exception_ptr failure = (co_await withServiceAppVersion([&]() -> QCoro::Task<void> {
+                                           co_await loadReadings(true, cancel);
+                                       })).error;
     if (!self)
         co_return;
 

@@ -35,7 +35,8 @@ void RateLimitBackOff::reset()
     m_nextTry.reset();
 }
 
-std::optional<std::chrono::seconds> RateLimitBackOff::parseRetryAfter(QByteArrayView value, const QDateTime &now)
+std::optional<std::chrono::seconds> RateLimitBackOff::parseRetryAfter(QByteArrayView value,
+                                                                      const QDateTime &now)
 {
     const QByteArrayView text = value.trimmed();
     if (text.isEmpty())

@@ -151,8 +151,8 @@ private Q_SLOTS:
         QTest::newRow("920 with a header in its version")
             << raw(graph, "{\"status\":920,\"data\":{\"minimumVersion\":\"4.17.0\\r\\nX: 1\"}}") << noVersion
             << status920;
-        QTest::newRow("920 with a number") << raw(graph, R"({"status":920,"data":{"minimumVersion":4.17}})")
-                                           << noVersion << status920;
+        QTest::newRow("920 with a number")
+            << raw(graph, R"({"status":920,"data":{"minimumVersion":4.17}})") << noVersion << status920;
         QTest::newRow("status 429") << raw(graph, R"({"status":429})") << limited << QString();
         QTest::newRow("graph without data") << raw(graph, R"({"status":0})") << unexpected << QString();
         QTest::newRow("redirect without region")
@@ -167,8 +167,8 @@ private Q_SLOTS:
         QTest::newRow("graph over 16 MiB")
             << fault(graph, F::hugeBody) << u"The response is larger than 16 MiB."_s << QString();
         // Its status speaks first: a 401 is still the cue to sign in again.
-        QTest::newRow("401 over 16 MiB") << fault(graph, F::hugeBody, 401) << u"Not signed in to LibreLinkUp."_s
-                                         << QString();
+        QTest::newRow("401 over 16 MiB")
+            << fault(graph, F::hugeBody, 401) << u"Not signed in to LibreLinkUp."_s << QString();
         QTest::newRow("no reply") << fault(login, F::neverReply) << u"The request timed out."_s << QString();
         QTest::newRow("closed mid-body")
             << fault(graph, F::closeMidBody) << u"The connection to the server was lost."_s << QString();
@@ -210,8 +210,10 @@ private Q_SLOTS:
         QVERIFY2(signedIn.value, describe(signedIn.error));
         rig.service.addFault(fault(graph, F::holdConnections));
         for (int round = 0; round < 7; ++round) {
-            QCoro::Task<Outcome<LLUGraphData>> first = settled(rig.client.fetchGraph(*signedIn.value, u"p-0001"_s));
-            QCoro::Task<Outcome<LLUGraphData>> second = settled(rig.client.fetchGraph(*signedIn.value, u"p-0001"_s));
+            QCoro::Task<Outcome<LLUGraphData>> first =
+                settled(rig.client.fetchGraph(*signedIn.value, u"p-0001"_s));
+            QCoro::Task<Outcome<LLUGraphData>> second =
+                settled(rig.client.fetchGraph(*signedIn.value, u"p-0001"_s));
             for (auto *task : {&first, &second}) {
                 const Outcome<LLUGraphData> outcome = QCoro::waitFor(std::move(*task));
                 QCOMPARE(QString::fromUtf8(describe(outcome.error)), u"The request timed out."_s);

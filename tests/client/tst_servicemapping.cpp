@@ -114,7 +114,7 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("sharerZone");
         QTest::addColumn<QDateTime>("instant");
         QTest::addColumn<QByteArray>("factory"); // the member's JSON; "%1" stands for the UTC text
-        QTest::addColumn<bool>("trueInstant");    // or the phone's text read in the follower's zone
+        QTest::addColumn<bool>("trueInstant");   // or the phone's text read in the follower's zone
 
         const QDateTime winter(QDate(2024, 1, 15), QTime(14, 50), QTimeZone::utc());
         const QByteArray utcText = "\"%1\"";
@@ -122,8 +122,8 @@ private Q_SLOTS:
             QTest::addRow("sharer in %s", zone) << QByteArray(zone) << winter << utcText << true;
         // Twelve or thirteen hours ahead: the phone's date is already the next day.
         QTest::newRow("Auckland, across the date line")
-            << "Pacific/Auckland"_ba << QDateTime(QDate(2024, 7, 1), QTime(20, 10), QTimeZone::utc()) << utcText
-            << true;
+            << "Pacific/Auckland"_ba << QDateTime(QDate(2024, 7, 1), QTime(20, 10), QTimeZone::utc())
+            << utcText << true;
         QTest::newRow("half-hour zone") << "Asia/Kolkata"_ba << winter << utcText << true;
         // Both are 2:30 on the phone; only the UTC text tells them apart.
         for (const int hour : {0, 1})
@@ -132,7 +132,8 @@ private Q_SLOTS:
                 << utcText << true;
         QTest::newRow("absent") << "Europe/Berlin"_ba << winter << QByteArray() << false;
         QTest::newRow("not a string") << "Europe/Berlin"_ba << winter << "1705330200"_ba << false;
-        QTest::newRow("does not parse") << "Europe/Berlin"_ba << winter << "\"2024-01-15T14:50:00Z\""_ba << false;
+        QTest::newRow("does not parse")
+            << "Europe/Berlin"_ba << winter << "\"2024-01-15T14:50:00Z\""_ba << false;
     }
     void sharerInAnotherZone()
     {
@@ -148,9 +149,9 @@ private Q_SLOTS:
         QByteArray member;
         if (!factory.isEmpty())
             member = "\"FactoryTimestamp\":" + factory.replace("%1", text(instant.toUTC())) + ',';
-        const auto graph = decodeLLUResponse<LLUGraphData>(
-            R"({"status":0,"data":{"graphData":[{)" + member + R"("Timestamp":")" + text(onPhone) +
-            R"(","ValueInMgPerDl":99}]}})");
+        const auto graph = decodeLLUResponse<LLUGraphData>(R"({"status":0,"data":{"graphData":[{)" + member +
+                                                           R"("Timestamp":")" + text(onPhone) +
+                                                           R"(","ValueInMgPerDl":99}]}})");
 
         const LogCapture log;
         const std::optional<GlucoseReading> mapped = readings(*graph.data).latest;

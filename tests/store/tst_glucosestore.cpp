@@ -213,7 +213,8 @@ private Q_SLOTS:
         QCOMPARE(rig.hasPassword(), ok);
         QCOMPARE(rig.store->credentialFailure(), !ok);
         QCOMPARE(rig.requests(u"graph"_s), ok ? 1 : 0);
-        // Also when the keyring fails: the session is the new account's, so the old one's person is forgotten.
+        // Also when the keyring fails: the session is the new account's, so the old one's person is
+        // forgotten.
         QCOMPARE(rig.widgets.reloads, ok || (!saved.isEmpty() && password == demo.password) ? 1 : 0);
         // The sign-in's session serves the first cycle; the region redirect costs a second login request.
         if (ok)
@@ -392,7 +393,7 @@ private Q_SLOTS:
         QTRY_COMPARE(rig.requests(u"graph"_s), 2);
         rig.trail.clear();
         QVERIFY(rig.signedIn());
-        QCOMPARE(rig.requests(u"graph"_s), 3); // without waiting for a pause
+        QCOMPARE(rig.requests(u"graph"_s), 3);       // without waiting for a pause
         QCOMPARE(rig.requests(u"connections"_s), 1); // the same account keeps its person
         QCOMPARE(rig.trail, (QStringList{u"connecting"_s, u"active"_s}));
         QTest::qWait(400); // the old cycle's late answer, had it not been cancelled
@@ -495,8 +496,9 @@ private Q_SLOTS:
         rig.pass(60s);
         QTRY_COMPARE(rig.requests(u"login"_s), 3);
         QTRY_VERIFY(rig.idle());
-        const QString held = u"failed: LibreLinkUp is rate-limiting requests. This usually clears up within a "
-                             u"few minutes. Next try at 10:03."_s;
+        const QString held =
+            u"failed: LibreLinkUp is rate-limiting requests. This usually clears up within a "
+            u"few minutes. Next try at 10:03."_s;
         QCOMPARE(show(rig.store->status()), held);
 
         QVERIFY(!runToEnd(rig.store->refresh()));

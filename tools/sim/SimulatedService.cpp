@@ -666,7 +666,7 @@ SimulatedService::Reply SimulatedService::admin(const QString &command, const QH
             fault.kind = kinds.value(kind);
             fault.path = json::optionalString(body, "path"_L1, root).value_or(QString());
             const std::int64_t httpStatus = json::optionalInteger(body, "httpStatus"_L1, root)
-                                                .value_or(fault.kind == Fault::Kind::rateLimit   ? 429
+                                                .value_or(fault.kind == Fault::Kind::rateLimit  ? 429
                                                           : fault.kind == Fault::Kind::hugeBody ? 200
                                                                                                 : 500);
             if (httpStatus < 100 || httpStatus > 599)
