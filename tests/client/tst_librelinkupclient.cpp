@@ -151,8 +151,6 @@ private Q_SLOTS:
         QTest::newRow("920 with a header in its version")
             << raw(graph, "{\"status\":920,\"data\":{\"minimumVersion\":\"4.17.0\\r\\nX: 1\"}}") << noVersion
             << status920;
-        QTest::newRow("920 with a number")
-            << raw(graph, R"({"status":920,"data":{"minimumVersion":4.17}})") << noVersion << status920;
         QTest::newRow("status 429") << raw(graph, R"({"status":429})") << limited << QString();
         QTest::newRow("graph without data") << raw(graph, R"({"status":0})") << unexpected << QString();
         QTest::newRow("redirect without region")

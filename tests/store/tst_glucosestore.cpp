@@ -36,6 +36,12 @@ const sim::SimAccount bob{u"bob@example.com"_s, u"pw"_s, u"b0b"_s, QString(), {{
 const QDateTime start(QDate(2024, 1, 15), QTime(10, 0), QTimeZone::utc());
 const QString rejected = u"LibreLinkUp rejected the email or password."_s;
 const QString expired = u"info: Session expired; signing in again"_s;
+QString limitedUntil(const QString &time)
+{
+    return u"failed: LibreLinkUp is rate-limiting requests. This usually clears up within a few minutes. "
+           u"Next try at "_s +
+           time + u'.';
+}
 
 QString show(const Status &status)
 {
@@ -470,9 +476,7 @@ private Q_SLOTS:
         QCOMPARE(show(rig.store->status()),
                  limits == 1 && refresh
                      ? u"active"_s
-                     : u"failed: LibreLinkUp is rate-limiting requests. This usually clears up within a few "
-                       u"minutes. Next try at "_s +
-                           rig.clock.now().addSecs(waits.first()).toString(u"HH:mm"_s) + u'.');
+                     : limitedUntil(rig.clock.now().addSecs(waits.first()).toString(u"HH:mm"_s)));
 
         for (const int wait : std::as_const(waits)) {
             const int before = rig.requests(u"graph"_s);
@@ -496,9 +500,7 @@ private Q_SLOTS:
         rig.pass(60s);
         QTRY_COMPARE(rig.requests(u"login"_s), 3);
         QTRY_VERIFY(rig.idle());
-        const QString held =
-            u"failed: LibreLinkUp is rate-limiting requests. This usually clears up within a "
-            u"few minutes. Next try at 10:03."_s;
+        const QString held = limitedUntil(u"10:03"_s);
         QCOMPARE(show(rig.store->status()), held);
 
         QVERIFY(!runToEnd(rig.store->refresh()));

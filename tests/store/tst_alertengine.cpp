@@ -1,0 +1,90 @@
+#include "AlertEngine.h"
+
+#include <QRegularExpression>
+#include <QTest>
+#include <QTimeZone>
+
+using namespace Qt::StringLiterals;
+using namespace glinta;
+
+Q_DECLARE_METATYPE(glinta::AlertSettings)
+
+class TestAlertEngine : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    // Each script is a run of looks at the engine, "|" between them: the minute, "@" the minute the newest
+    // reading was taken when not then, "=" its value and "↓"/"↘" its trend, or "!" for a blind loop and no
+    // reading; then what the engine says.
+    void evaluate_data()
+    {
+        QTest::addColumn<QString>("script");
+        QTest::addColumn<AlertSettings>("settings");
+        QTest::addColumn<int>("snoozeLowUntil"); // minute; negative: no snooze
+
+        const AlertSettings defaults;
+        const AlertSettings ownRange{80, 250, {}};
+        const AlertSettings fast{70, 180, {{AlertKind::fallingFast, true}, {AlertKind::urgentLow, false}}};
+        // No sooner than the repeat interval, across episodes too, and once a reading at most; a reading
+        // back at the line ends it.
+        QTest::newRow("low")
+            << u"0=69.9 +low | 5=62 | 15@5=62 +low | 20=62 | 25=70 -low | 28=62 | 30=62 +low"_s << defaults
+            << -1;
+        QTest::newRow("urgent low speaks for low")
+            << u"0=54.9 +urgentLow | 3=50 | 5=50 +urgentLow | 10@5=50 | 12=55 -urgentLow +low"_s << defaults
+            << -1;
+        QTest::newRow("fast trend once an episode; low below the urgent line when urgent is off")
+            << u"0=40↓ +low +fallingFast | 5=40↓ | 10=40↘ -fallingFast | 15=40↓ +low +fallingFast"_s << fast
+            << -1;
+        QTest::newRow("own range") << u"0=75 +low | 5=180.5 -low | 10=250.5 +high | 70=251 +high"_s
+                                   << ownRange << -1;
+        QTest::newRow("snoozed") << u"0=62 | 15=62 | 20=62 +low"_s << defaults << 20;
+        // A stale reading raises nothing but this, every half hour until a reading comes.
+        QTest::newRow("no readings")
+            << u"20@0=40 | 21@0=40 +noReadings | 50@0=40 | 51@0=40 +noReadings | 52=100 -noReadings"_s
+            << defaults << -1;
+        QTest::newRow("signed out") << u"0! +signedOut | 60! | 61=100 -signedOut"_s << defaults << -1;
+    }
+
+    void evaluate()
+    {
+        QFETCH(QString, script);
+        QFETCH(AlertSettings, settings);
+        QFETCH(int, snoozeLowUntil);
+
+        const QDateTime start(QDate(2024, 1, 15), QTime(10, 0), QTimeZone::utc());
+        const auto at = [&start](const QString &minute) { return start.addSecs(minute.toInt() * 60); };
+        static const QStringList names{u"urgentLow"_s,  u"low"_s,        u"high"_s,     u"fallingFast"_s,
+                                       u"risingFast"_s, u"noReadings"_s, u"signedOut"_s};
+        static const QRegularExpression look(u"^(\\d+)(?:@(\\d+))?(?:=([\\d.]+)(↓|↘)?|(!))$"_s);
+
+        AlertState state;
+        if (snoozeLowUntil >= 0)
+            state.snoozedUntil.insert(AlertKind::low, at(QString::number(snoozeLowUntil)));
+        for (const QString &step : script.split(u'|')) {
+            QStringList expected = step.simplified().split(u' ');
+            const QRegularExpressionMatch parts = look.match(expected.takeFirst());
+            QVERIFY2(parts.hasMatch(), qPrintable(step));
+            std::optional<GlucoseReading> latest;
+            if (!parts.hasCaptured(5)) {
+                const std::optional<TrendArrow> trend =
+                    parts.captured(4).isEmpty()
+                        ? std::nullopt
+                        : std::optional(parts.captured(4) == u"↓" ? TrendArrow::fallingQuickly
+                                                                  : TrendArrow::falling);
+                latest = GlucoseReading{at(parts.hasCaptured(2) ? parts.captured(2) : parts.captured(1)),
+                                        parts.captured(3).toDouble(), trend, false, false};
+            }
+            QStringList said;
+            for (const AlertAction &action :
+                 AlertEngine::evaluate(latest, at(parts.captured(1)), parts.hasCaptured(5), settings, state))
+                said.append((action.type == AlertAction::Type::raise ? u"+"_s : u"-"_s) +
+                            names.at(int(action.kind)));
+            QCOMPARE(said.join(u' '), expected.join(u' '));
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(TestAlertEngine)
+#include "tst_alertengine.moc"
