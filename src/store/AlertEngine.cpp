@@ -1,7 +1,12 @@
 #include "AlertEngine.h"
 
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QStringList>
+
 #include <array>
 
+using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace glinta {
@@ -53,6 +58,65 @@ bool isGlucoseAlert(AlertKind kind)
 }
 
 } // namespace
+
+QString alertKindName(AlertKind kind)
+{
+    static const QStringList names{u"urgentLow"_s,  u"low"_s,        u"high"_s,     u"fallingFast"_s,
+                                   u"risingFast"_s, u"noReadings"_s, u"signedOut"_s};
+    return names.at(int(kind));
+}
+
+std::optional<AlertKind> alertKindFromName(QStringView name)
+{
+    for (const AlertKind kind : allKinds) {
+        if (alertKindName(kind) == name)
+            return kind;
+    }
+    return std::nullopt;
+}
+
+QByteArray encodeAlertState(const AlertState &state)
+{
+    QJsonObject kinds;
+    for (const AlertKind kind : allKinds) {
+        QJsonObject entry;
+        const auto put = [&entry, kind](const QString &key, const QHash<AlertKind, QDateTime> &times) {
+            if (times.contains(kind))
+                entry.insert(key, times.value(kind).toUTC().toString(Qt::ISODateWithMs));
+        };
+        put(u"lastRaised"_s, state.lastRaised);
+        put(u"lastReading"_s, state.lastReading);
+        put(u"snoozedUntil"_s, state.snoozedUntil);
+        if (state.active.value(kind))
+            entry.insert(u"active"_s, true);
+        if (!entry.isEmpty())
+            kinds.insert(alertKindName(kind), entry);
+    }
+    return QJsonDocument(kinds).toJson(QJsonDocument::Compact);
+}
+
+AlertState decodeAlertState(const QByteArray &text)
+{
+    AlertState state;
+    const QJsonObject kinds = QJsonDocument::fromJson(text).object();
+    for (auto it = kinds.begin(); it != kinds.end(); ++it) {
+        const std::optional<AlertKind> kind = alertKindFromName(it.key());
+        if (!kind)
+            continue;
+        const QJsonObject entry = it.value().toObject();
+        const auto take = [&entry, kind](const QString &key, QHash<AlertKind, QDateTime> &times) {
+            const QDateTime time = QDateTime::fromString(entry.value(key).toString(), Qt::ISODateWithMs);
+            if (time.isValid())
+                times.insert(*kind, time.toUTC());
+        };
+        take(u"lastRaised"_s, state.lastRaised);
+        take(u"lastReading"_s, state.lastReading);
+        take(u"snoozedUntil"_s, state.snoozedUntil);
+        if (entry.value(u"active"_s).toBool())
+            state.active.insert(*kind, true);
+    }
+    return state;
+}
 
 bool AlertSettings::isEnabled(AlertKind kind) const
 {

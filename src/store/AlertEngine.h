@@ -22,6 +22,10 @@ enum class AlertKind
     signedOut,
 };
 
+// "urgentLow", "low", …: the names alerts are kept under.
+QString alertKindName(AlertKind kind);
+std::optional<AlertKind> alertKindFromName(QStringView name);
+
 // The user's choices that decide alerts.
 struct AlertSettings
 {
@@ -44,6 +48,10 @@ struct AlertState
 
     friend bool operator==(const AlertState &, const AlertState &) = default;
 };
+
+// JSON text for the preferences, and back; text that does not read gives an empty state.
+QByteArray encodeAlertState(const AlertState &state);
+AlertState decodeAlertState(const QByteArray &text);
 
 struct AlertAction
 {

@@ -28,6 +28,8 @@ QString Preferences::keyName(Key key)
         return u"SULastCheckTime"_s;
     case Key::serviceAppVersion:
         return u"serviceAppVersion"_s;
+    case Key::alertState:
+        return u"alertState"_s;
     }
     Q_UNREACHABLE();
     return {};
@@ -86,6 +88,16 @@ void Preferences::setServiceAppVersion(const QString &version)
 void Preferences::removeServiceAppVersion()
 {
     remove(Key::serviceAppVersion);
+}
+
+std::optional<QString> Preferences::alertState() const
+{
+    return text(Key::alertState);
+}
+
+void Preferences::setAlertState(const QString &state)
+{
+    setText(Key::alertState, state);
 }
 
 GlucoseUnit Preferences::glucoseUnit() const

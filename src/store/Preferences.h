@@ -32,6 +32,7 @@ public:
         skippedVersion,
         lastUpdateCheckTime,
         serviceAppVersion,
+        alertState,
     };
     Q_ENUM(Key)
 
@@ -73,6 +74,10 @@ public:
     std::optional<QString> serviceAppVersion() const;
     void setServiceAppVersion(const QString &version);
     void removeServiceAppVersion();
+
+    // What alerts remember (when each last went off, snoozes), as JSON text.
+    std::optional<QString> alertState() const;
+    void setAlertState(const QString &state);
 
     // A launch of a build other than the last one (or the very first launch) wakes the widgets, which
     // may still show what the previous copy of the program wrote.

@@ -1,11 +1,18 @@
 #include "AlertEngine.h"
+#include "AlertMonitor.h"
+#include "GlucoseSnapshot.h"
+#include "GlucoseStore.h"
+#include "Preferences.h"
 
 #include <QRegularExpression>
+#include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QTimeZone>
 
 using namespace Qt::StringLiterals;
 using namespace glinta;
+using namespace std::chrono_literals;
 
 Q_DECLARE_METATYPE(glinta::AlertSettings)
 
@@ -80,9 +87,38 @@ private Q_SLOTS:
             for (const AlertAction &action :
                  AlertEngine::evaluate(latest, at(parts.captured(1)), parts.hasCaptured(5), settings, state))
                 said.append((action.type == AlertAction::Type::raise ? u"+"_s : u"-"_s) +
-                            names.at(int(action.kind)));
+                            alertKindName(action.kind));
             QCOMPARE(said.join(u' '), expected.join(u' '));
         }
+    }
+
+    // What alerts remember outlives the program: a restart in the middle of a low does not alert again
+    // before its interval, a snooze closes it, and unreadable memory starts afresh.
+    void monitorRemembers()
+    {
+        const QTemporaryDir dir;
+        Preferences preferences(
+            std::make_unique<QSettings>(dir.filePath(u"glinta.conf"_s), QSettings::IniFormat));
+        GlucoseSnapshot snapshot;
+        snapshot.latest = GlucoseReading{QDateTime::currentDateTimeUtc(), 62, {}, false, false};
+        const auto store = GlucoseStore::fromSnapshot(snapshot);
+        const auto raisedOnStart = [&] {
+            AlertMonitor monitor(store.get(), &preferences);
+            QSignalSpy raised(&monitor, &AlertMonitor::raised);
+            monitor.start();
+            return raised.count();
+        };
+        QCOMPARE(raisedOnStart(), 1);
+        QCOMPARE(raisedOnStart(), 0);
+        preferences.setAlertState(u"{\"low\": 5"_s);
+        QCOMPARE(raisedOnStart(), 1);
+
+        AlertMonitor monitor(store.get(), &preferences);
+        monitor.start();
+        QSignalSpy closed(&monitor, &AlertMonitor::closed);
+        monitor.snooze(AlertKind::low, 30min);
+        QCOMPARE(closed.count(), 1);
+        QVERIFY(!monitor.isActive(AlertKind::low));
     }
 };
 

@@ -1,0 +1,63 @@
+#include "AlertMonitor.h"
+
+#include "GlucoseStore.h"
+#include "Preferences.h"
+
+namespace glinta {
+
+AlertMonitor::AlertMonitor(GlucoseStore *store, Preferences *preferences, AlertSettings settings,
+                           QObject *parent)
+    : QObject(parent), m_store(store), m_preferences(preferences), m_settings(std::move(settings)),
+      m_state(decodeAlertState(preferences->alertState().value_or(QString()).toUtf8()))
+{}
+
+void AlertMonitor::start()
+{
+    for (auto changed : {&GlucoseStore::latestChanged, &GlucoseStore::nowChanged,
+                         &GlucoseStore::credentialFailureChanged, &GlucoseStore::savedEmailChanged})
+        connect(m_store, changed, this, &AlertMonitor::evaluate, Qt::UniqueConnection);
+    evaluate();
+}
+
+void AlertMonitor::snooze(AlertKind kind, std::chrono::minutes duration)
+{
+    if (!m_store)
+        return;
+    m_state.snoozedUntil.insert(kind, m_store->now().addSecs(std::chrono::seconds(duration).count()));
+    const bool wasActive = m_state.active.take(kind);
+    save();
+    if (wasActive)
+        Q_EMIT closed(kind);
+}
+
+void AlertMonitor::evaluate()
+{
+    if (!m_store)
+        return;
+    QList<AlertAction> actions;
+    if (!m_store->savedEmail()) {
+        // Signed out by the user: nothing is followed, nothing is owed.
+        for (auto it = m_state.active.cbegin(); it != m_state.active.cend(); ++it)
+            actions.append({AlertAction::Type::close, it.key()});
+        m_state = {};
+    } else {
+        actions = AlertEngine::evaluate(m_store->latest(), m_store->now(), m_store->credentialFailure(),
+                                        m_settings, m_state);
+    }
+    if (actions.isEmpty())
+        return;
+    save();
+    for (const AlertAction &action : std::as_const(actions)) {
+        if (action.type == AlertAction::Type::raise)
+            Q_EMIT raised(action.kind);
+        else
+            Q_EMIT closed(action.kind);
+    }
+}
+
+void AlertMonitor::save()
+{
+    m_preferences->setAlertState(QString::fromUtf8(encodeAlertState(m_state)));
+}
+
+} // namespace glinta
