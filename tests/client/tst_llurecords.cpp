@@ -35,6 +35,10 @@ private Q_SLOTS:
             R"({"status":0,"data":{"connection":null,"graphData":[{"Timestamp":"x","ValueInMgPerDl":55.5,"isLow":null}]}})");
         QVERIFY(!graph.data->connection && graph.data->graphData.value(0).valueInMgPerDl == 55.5 &&
                 !graph.data->graphData.value(0).isLow);
+        // A UTC time that is not text is an extra the record does without, not a broken response.
+        const auto numeric = decodeLLUResponse<LLUGraphData>(
+            R"({"status":0,"data":{"graphData":[{"Timestamp":"x","FactoryTimestamp":5,"ValueInMgPerDl":1}]}})");
+        QVERIFY(!numeric.data->graphData.value(0).factoryTimestamp);
     }
 
     // Whole numbers, also written with a fraction of zero, up to the edges of 64 bits.

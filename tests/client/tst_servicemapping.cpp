@@ -108,57 +108,47 @@ private Q_SLOTS:
     }
 
     // The sharer's phone writes its own wall-clock time; registered for several follower zones (TZ), so
-    // each row runs with the two in different zones, and once in the same.
+    // each row runs with the two in different zones, and once in the same. The UTC text, when it reads,
+    // gives the instant; else the phone's text is read in the follower's zone.
     void sharerInAnotherZone_data()
     {
         QTest::addColumn<QByteArray>("sharerZone");
         QTest::addColumn<QDateTime>("instant");
-        QTest::addColumn<QByteArray>("factory"); // the member's JSON; "%1" stands for the UTC text
-        QTest::addColumn<bool>("trueInstant");   // or the phone's text read in the follower's zone
+        QTest::addColumn<std::optional<QString>>("factory"); // "utc": the instant's UTC text
 
         const QDateTime winter(QDate(2024, 1, 15), QTime(14, 50), QTimeZone::utc());
-        const QByteArray utcText = "\"%1\"";
-        for (const char *zone : {"Europe/Berlin", "America/Los_Angeles", "America/New_York"})
-            QTest::addRow("sharer in %s", zone) << QByteArray(zone) << winter << utcText << true;
+        const std::optional<QString> utc = u"utc"_s;
+        for (const char *zone : {"Europe/Berlin", "America/Los_Angeles", "America/New_York", "Asia/Kolkata"})
+            QTest::addRow("sharer in %s", zone) << QByteArray(zone) << winter << utc;
         // Twelve or thirteen hours ahead: the phone's date is already the next day.
-        QTest::newRow("Auckland, across the date line")
-            << "Pacific/Auckland"_ba << QDateTime(QDate(2024, 7, 1), QTime(20, 10), QTimeZone::utc())
-            << utcText << true;
-        QTest::newRow("half-hour zone") << "Asia/Kolkata"_ba << winter << utcText << true;
+        QTest::newRow("Auckland") << "Pacific/Auckland"_ba
+                                  << QDateTime(QDate(2024, 7, 1), QTime(20, 10), QTimeZone::utc()) << utc;
         // Both are 2:30 on the phone; only the UTC text tells them apart.
         for (const int hour : {0, 1})
             QTest::addRow("clocks go back, %d:30 UTC", hour)
                 << "Europe/Berlin"_ba << QDateTime(QDate(2024, 10, 27), QTime(hour, 30), QTimeZone::utc())
-                << utcText << true;
-        QTest::newRow("absent") << "Europe/Berlin"_ba << winter << QByteArray() << false;
-        QTest::newRow("not a string") << "Europe/Berlin"_ba << winter << "1705330200"_ba << false;
+                << utc;
+        QTest::newRow("absent") << "Europe/Berlin"_ba << winter << std::optional<QString>();
         QTest::newRow("does not parse")
-            << "Europe/Berlin"_ba << winter << "\"2024-01-15T14:50:00Z\""_ba << false;
+            << "Europe/Berlin"_ba << winter << std::optional(u"2024-01-15T14:50:00Z"_s);
     }
     void sharerInAnotherZone()
     {
         QFETCH(QByteArray, sharerZone);
         QFETCH(QDateTime, instant);
-        QFETCH(QByteArray, factory);
-        QFETCH(bool, trueInstant);
+        QFETCH(std::optional<QString>, factory);
 
-        const auto text = [](const QDateTime &time) {
-            return QLocale::c().toString(time, u"M/d/yyyy h:mm:ss AP"_s).toUtf8();
-        };
         const QDateTime onPhone = instant.toTimeZone(QTimeZone(sharerZone));
-        QByteArray member;
-        if (!factory.isEmpty())
-            member = "\"FactoryTimestamp\":" + factory.replace("%1", text(instant.toUTC())) + ',';
-        const auto graph = decodeLLUResponse<LLUGraphData>(R"({"status":0,"data":{"graphData":[{)" + member +
-                                                           R"("Timestamp":")" + text(onPhone) +
-                                                           R"(","ValueInMgPerDl":99}]}})");
-
+        const auto text = [](const QDateTime &time) {
+            return QLocale::c().toString(time, u"M/d/yyyy h:mm:ss AP"_s);
+        };
+        if (factory == u"utc")
+            factory = text(instant.toUTC());
         const LogCapture log;
-        const std::optional<GlucoseReading> mapped = readings(*graph.data).latest;
-        QVERIFY(mapped);
+        const std::optional<GlucoseReading> mapped = reading({text(onPhone), factory, 99, {}, {}, {}});
+        QVERIFY(mapped && log.inCategory(u"com.nordvik.glinta.GlucoseStore"_s).isEmpty());
         const QDateTime readAsLocal(onPhone.date(), onPhone.time(), QTimeZone::systemTimeZone());
-        QCOMPARE(mapped->date, trueInstant ? instant : readAsLocal.toUTC());
-        QVERIFY(log.inCategory(u"com.nordvik.glinta.GlucoseStore"_s).isEmpty());
+        QCOMPARE(mapped->date, factory && !factory->startsWith(u"2024") ? instant : readAsLocal.toUTC());
     }
 
     // An empty first name still joins; alone it is no name.
