@@ -121,8 +121,8 @@ template <typename T>
 QCoro::Task<T> LibreLinkUpClient::send(QNetworkRequest request, QByteArray body,
                                        CancellationToken cancel) const
 {
-    const AppVersion sent =
-        AppVersion::parse(QString::fromLatin1(request.rawHeader("version"))).value_or(AppVersion::builtIn());
+    // What makeRequest() just put in the header; a refusal may change it before the answer comes.
+    const AppVersion sent = m_appVersion;
     const QByteArray bytes = co_await transfer(std::move(request), std::move(body), cancel);
     LLUResponse<T> response = decodeLLUResponse<T>(bytes);
     switch (response.status) {

@@ -129,6 +129,14 @@ std::optional<QDateTime> toInstant(const WallClock &wall, const QTimeZone &zone)
     return earliest;
 }
 
+std::optional<QDateTime> parseIn(QStringView text, const QTimeZone &zone)
+{
+    const auto wall = scan(text);
+    if (!wall)
+        return std::nullopt;
+    return toInstant(*wall, zone);
+}
+
 } // namespace
 
 const QTimeZone &serviceTimeZone()
@@ -140,18 +148,12 @@ const QTimeZone &serviceTimeZone()
 
 std::optional<QDateTime> parseServiceTimestamp(QStringView text)
 {
-    const auto wall = scan(text);
-    if (!wall)
-        return std::nullopt;
-    return toInstant(*wall, serviceTimeZone());
+    return parseIn(text, serviceTimeZone());
 }
 
 std::optional<QDateTime> parseServiceTimestampUtc(QStringView text)
 {
-    const auto wall = scan(text);
-    if (!wall)
-        return std::nullopt;
-    return QDateTime(wall->date, wall->time, QTimeZone::utc());
+    return parseIn(text, QTimeZone::utc());
 }
 
 } // namespace glinta

@@ -1,5 +1,6 @@
 #include "SimulatedService.h"
 
+#include "AppVersion.h"
 #include "DecodingError.h"
 #include "JsonDecoding.h"
 #include "JsonWriter.h"
@@ -48,33 +49,11 @@ QByteArray messageBody(const QString &message)
     return writer.takeBytes();
 }
 
-// The numbers of a dotted version ("4.16.0"), or none when the text is not one.
-std::optional<QList<quint64>> versionNumbers(const QByteArray &text)
+// Anything that is not a dotted version is lower than every version.
+bool isLowerVersion(const QByteArray &version, const AppVersion &minimum)
 {
-    QList<quint64> numbers;
-    for (const QByteArray &part : text.split('.')) {
-        bool ok = !part.isEmpty() &&
-                  std::all_of(part.cbegin(), part.cend(), [](char c) { return c >= '0' && c <= '9'; });
-        const quint64 number = ok ? part.toULongLong(&ok) : 0;
-        if (!ok)
-            return std::nullopt;
-        numbers.append(number);
-    }
-    return numbers;
-}
-
-// Missing components count as 0, and anything that is not a dotted version is lower than every version.
-bool isLowerVersion(const QByteArray &version, const QByteArray &minimum)
-{
-    const std::optional<QList<quint64>> have = versionNumbers(version);
-    const std::optional<QList<quint64>> need = versionNumbers(minimum);
-    if (!have || !need)
-        return true;
-    for (qsizetype i = 0; i < std::max(have->size(), need->size()); ++i) {
-        if (have->value(i) != need->value(i))
-            return have->value(i) < need->value(i);
-    }
-    return false;
+    const std::optional<AppVersion> have = AppVersion::parse(QString::fromLatin1(version));
+    return !have || *have < minimum;
 }
 
 // What the service answers an app it no longer serves.
@@ -289,9 +268,11 @@ std::optional<Fault> SimulatedService::takeFault(const QString &path, const QByt
         if (!it->path.isEmpty() && it->path != path)
             continue;
         // An app that is new enough never meets it, so it does not use it up either.
-        if (it->kind == Fault::Kind::minimumVersion && !it->omitVersion &&
-            !isLowerVersion(appVersion, it->version.toUtf8()))
-            continue;
+        if (it->kind == Fault::Kind::minimumVersion && !it->omitVersion) {
+            const std::optional<AppVersion> minimum = AppVersion::parse(it->version);
+            if (minimum && !isLowerVersion(appVersion, *minimum))
+                continue;
+        }
         Fault fault = *it;
         if (it->count > 0 && --it->count == 0)
             m_faults.erase(it);
@@ -683,7 +664,7 @@ SimulatedService::Reply SimulatedService::admin(const QString &command, const QH
             fault.omitVersion = json::optionalBool(body, "omitVersion"_L1, root).value_or(false);
             fault.retryAfter = json::optionalString(body, "retryAfter"_L1, root).value_or(QString()).toUtf8();
             if (fault.kind == Fault::Kind::minimumVersion && !fault.omitVersion &&
-                !versionNumbers(fault.version.toUtf8()))
+                !AppVersion::parse(fault.version))
                 return {400, messageBody(u"minimumVersion needs a dotted \"version\" such as 4.16.0"_s)};
             // It goes into the answer's header as it is.
             if (std::any_of(fault.retryAfter.cbegin(), fault.retryAfter.cend(),
