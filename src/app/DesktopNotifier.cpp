@@ -1,0 +1,86 @@
+#include "DesktopNotifier.h"
+
+#include "Logging.h"
+
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace glinta {
+
+namespace {
+
+const QString service = u"org.freedesktop.Notifications"_s;
+const QString path = u"/org/freedesktop/Notifications"_s;
+const QString interface = u"org.freedesktop.Notifications"_s;
+
+} // namespace
+
+DesktopNotifier::DesktopNotifier(QDBusConnection bus, Fallback fallback, QObject *parent)
+    : QObject(parent), m_bus(std::move(bus)), m_fallback(std::move(fallback))
+{
+    m_bus.connect(service, path, interface, u"ActionInvoked"_s, this, SLOT(onActionInvoked(uint, QString)));
+    m_bus.connect(service, path, interface, u"NotificationClosed"_s, this,
+                  SLOT(onNotificationClosed(uint, uint)));
+}
+
+void DesktopNotifier::show(AlertKind kind, const Notice &notice)
+{
+    QVariantMap hints{{u"urgency"_s, QVariant::fromValue(uchar(notice.critical ? 2 : 1))},
+                      {u"category"_s, u"device"_s},
+                      {u"desktop-entry"_s, u"glinta"_s}};
+    if (notice.sound)
+        hints.insert(u"sound-name"_s, u"dialog-warning"_s);
+    QDBusMessage call = QDBusMessage::createMethodCall(service, path, interface, u"Notify"_s);
+    call << u"Glinta"_s << m_ids.value(kind, 0) << u"glinta"_s << notice.summary << notice.body
+         << QStringList{u"snooze-30"_s, tr("Snooze 30 min"), u"snooze-120"_s, tr("Snooze 2 h")} << hints
+         << qint32(-1);
+
+    auto *watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(call), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this,
+            [this, kind, notice](QDBusPendingCallWatcher *done) {
+                done->deleteLater();
+                const QDBusPendingReply<uint> reply = *done;
+                if (reply.isError()) {
+                    qCCritical(lcAlerts, "Could not show a notification: %s",
+                               qUtf8Printable(reply.error().message()));
+                    m_ids.remove(kind);
+                    if (m_fallback)
+                        m_fallback(notice);
+                    return;
+                }
+                m_ids.insert(kind, reply.value());
+            });
+}
+
+void DesktopNotifier::close(AlertKind kind)
+{
+    const uint id = m_ids.take(kind);
+    if (id == 0)
+        return;
+    m_bus.asyncCall(QDBusMessage::createMethodCall(service, path, interface, u"CloseNotification"_s) << id);
+}
+
+void DesktopNotifier::onActionInvoked(uint id, const QString &action)
+{
+    const AlertKind kind = m_ids.key(id, AlertKind::signedOut);
+    if (id == 0 || m_ids.value(kind) != id)
+        return;
+    if (action == u"snooze-30")
+        Q_EMIT snoozeRequested(kind, 30min);
+    else if (action == u"snooze-120")
+        Q_EMIT snoozeRequested(kind, 120min);
+}
+
+void DesktopNotifier::onNotificationClosed(uint id, uint)
+{
+    // A closed one is not replaced but shown anew.
+    const AlertKind kind = m_ids.key(id, AlertKind::signedOut);
+    if (m_ids.value(kind) == id)
+        m_ids.remove(kind);
+}
+
+} // namespace glinta

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "AlertEngine.h"
+
+#include <QDBusConnection>
+#include <QHash>
+#include <QObject>
+#include <QString>
+
+#include <chrono>
+#include <functional>
+
+namespace glinta {
+
+// Shows alerts as desktop notifications (org.freedesktop.Notifications): one per kind, replaced when it
+// goes off again, with snooze actions. Where no notification server answers, the fallback shows it
+// instead (the tray's own message); a failure to notify is logged, never fatal.
+class DesktopNotifier : public QObject
+{
+    Q_OBJECT
+
+public:
+    struct Notice
+    {
+        QString summary;
+        QString body;
+        // Urgency "critical" rather than "normal".
+        bool critical = false;
+        bool sound = true;
+    };
+    using Fallback = std::function<void(const Notice &)>;
+
+    DesktopNotifier(QDBusConnection bus, Fallback fallback, QObject *parent = nullptr);
+
+    void show(AlertKind kind, const Notice &notice);
+    void close(AlertKind kind);
+
+Q_SIGNALS:
+    void snoozeRequested(glinta::AlertKind kind, std::chrono::minutes duration);
+
+private Q_SLOTS:
+    void onActionInvoked(uint id, const QString &action);
+    void onNotificationClosed(uint id, uint reason);
+
+private:
+    QDBusConnection m_bus;
+    Fallback m_fallback;
+    QHash<AlertKind, uint> m_ids;
+};
+
+} // namespace glinta

@@ -1,0 +1,86 @@
+#include "DesktopNotifier.h"
+#include "PrivateSessionBus.h"
+
+#include <QDBusMessage>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+using namespace glinta;
+
+// A notification server that only records what it is asked, a line a call.
+class FakeNotifications : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
+
+public:
+    QStringList calls;
+
+public Q_SLOTS:
+    uint Notify(const QString &, uint replaces, const QString &, const QString &summary, const QString &body,
+                const QStringList &actions, const QVariantMap &hints, int)
+    {
+        calls.append(
+            u"%1 %2 | %3 | %4 | urgency %5 %6 %7"_s.arg(replaces)
+                .arg(summary, body, actions.join(u','))
+                .arg(hints.value(u"urgency"_s).toInt())
+                .arg(hints.value(u"category"_s).toString(), hints.value(u"sound-name"_s).toString()));
+        return replaces ? replaces : uint(40 + calls.size());
+    }
+    void CloseNotification(uint id) { calls.append(u"close %1"_s.arg(id)); }
+};
+
+class TestDesktopNotifier : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    // One notification per kind, replaced when it goes off again and closed when it ends; its snooze
+    // actions come back as requests. Without a server, the fallback shows it.
+    void notifies()
+    {
+        PrivateSessionBus bus;
+        QVERIFY(bus.start());
+        QDBusConnection server = QDBusConnection::connectToBus(bus.address(), u"server"_s);
+        FakeNotifications fake;
+        QVERIFY(server.registerObject(u"/org/freedesktop/Notifications"_s, &fake,
+                                      QDBusConnection::ExportAllSlots));
+        QVERIFY(server.registerService(u"org.freedesktop.Notifications"_s));
+
+        QList<QString> fallen;
+        DesktopNotifier notifier(bus.connection(), [&fallen](const DesktopNotifier::Notice &notice) {
+            fallen.append(notice.summary);
+        });
+        QSignalSpy snoozes(&notifier, &DesktopNotifier::snoozeRequested);
+        notifier.show(AlertKind::low, {u"Low: 62 ↘"_s, u"Ann Lee · 2 min ago"_s, true, true});
+        QTRY_COMPARE(fake.calls.size(), 1);
+        notifier.show(AlertKind::high, {u"High: 190 ↗"_s, u"Ann Lee · 1 min ago"_s, false, false});
+        QTRY_COMPARE(fake.calls.size(), 2);
+        notifier.show(AlertKind::low, {u"Low: 60 ↘"_s, u"Ann Lee · 1 min ago"_s, true, true});
+        notifier.close(AlertKind::low);
+        const QString actions = u"snooze-30,Snooze 30 min,snooze-120,Snooze 2 h"_s;
+        QTRY_COMPARE(fake.calls, (QStringList{u"0 Low: 62 ↘ | Ann Lee · 2 min ago | "_s + actions +
+                                                  u" | urgency 2 device dialog-warning"_s,
+                                              u"0 High: 190 ↗ | Ann Lee · 1 min ago | "_s + actions +
+                                                  u" | urgency 1 device "_s,
+                                              u"41 Low: 60 ↘ | Ann Lee · 1 min ago | "_s + actions +
+                                                  u" | urgency 2 device dialog-warning"_s,
+                                              u"close 41"_s}));
+
+        server.send(QDBusMessage::createSignal(u"/org/freedesktop/Notifications"_s,
+                                               u"org.freedesktop.Notifications"_s, u"ActionInvoked"_s)
+                    << 42u << u"snooze-120"_s);
+        QTRY_COMPARE(snoozes.count(), 1);
+        QCOMPARE(snoozes.at(0).at(0).value<AlertKind>(), AlertKind::high);
+        QCOMPARE(snoozes.at(0).at(1).value<std::chrono::minutes>(), 120min);
+
+        QVERIFY(server.unregisterService(u"org.freedesktop.Notifications"_s));
+        notifier.show(AlertKind::urgentLow, {u"Urgent low: 51 ↓"_s, QString(), true, true});
+        QTRY_COMPARE(fallen, QList<QString>{u"Urgent low: 51 ↓"_s});
+    }
+};
+
+QTEST_GUILESS_MAIN(TestDesktopNotifier)
+#include "tst_desktopnotifier.moc"
