@@ -68,7 +68,7 @@ void BM_ChartSegments(benchmark::State &state)
         history.append(
             {start.addSecs(minute * 60LL).toUTC(), curve(minute) - 60.0, TrendArrow::steady, false, false});
     for (auto _ : state) {
-        auto segments = chartSegments(history, redLineMgPerDl);
+        auto segments = chartSegments(history, targetLowMgPerDl);
         benchmark::DoNotOptimize(segments);
     }
 }

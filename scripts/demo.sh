@@ -2,7 +2,8 @@
 # Shows Glinta working without a LibreLinkUp account: starts glinta-sim, the simulated service, and the
 # development build's glinta pointed at it, signed in to the demo account with a private profile. Prints
 # each new tray title (through glinta-widget --status-line), the published snapshot's path and, where a
-# tray icon shows, screenshots of the tray and of the open panel. Ctrl-C ends it.
+# tray icon shows, screenshots of the tray and of the open panel. Ctrl-C ends it. The simulated reading
+# dips below 70 mg/dL about two minutes in and is back up after twenty, so a Low alert shows by itself.
 #
 #   scripts/demo.sh BUILD_DIR
 #
@@ -245,8 +246,9 @@ say "private profile: $profile (removed at the end)"
 # --- the simulated service ------------------------------------------------------------------------
 
 read -ra sim_options <<<"${GLINTA_DEMO_SIM_OPTIONS:-}"
-"$sim" --port 0 --address-file "$XDG_CONFIG_HOME/nordvik.com/service-address.json" "${sim_options[@]}" \
-  >"$output/glinta-sim.log" 2>&1 </dev/null &
+# --early-low: the reading falls under 70 mg/dL within two minutes, so the demo shows a Low alert.
+"$sim" --port 0 --early-low --address-file "$XDG_CONFIG_HOME/nordvik.com/service-address.json" \
+  "${sim_options[@]}" >"$output/glinta-sim.log" 2>&1 </dev/null &
 sim_pid=$!
 await "$startup_timeout" "glinta-sim listening" grep -q '^glinta-sim listening on ' "$output/glinta-sim.log"
 sim_url=$(sed -n 's/^glinta-sim listening on //p' "$output/glinta-sim.log" | head -n 1)

@@ -11,7 +11,7 @@ packages=(
   # glyphs for arrows, warning sign and bullet
   fonts-dejavu-core tzdata
   # headless desktop session for tests
-  xvfb xauth trayer dbus dbus-x11 gnome-keyring libsecret-tools openssl xdotool x11-utils
+  xvfb xauth trayer dunst dbus dbus-x11 gnome-keyring libsecret-tools openssl xdotool x11-utils
   # benchmarks and robustness
   libbenchmark-dev clang-14 libclang-rt-14-dev faketime
 )

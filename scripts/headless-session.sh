@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Runs a command inside a private, throwaway desktop session: an X display (Xvfb), a session bus, an
-# unlocked gnome-keyring and a system tray host (trayer). Nothing in it can reach the user's own
+# unlocked gnome-keyring, a system tray host (trayer) and a notification server (dunst). Nothing in it can reach the user's own
 # display, bus, keyring or settings, and everything it starts is ended by process id when it exits,
 # however it exits. The command's exit status becomes this script's.
 #
@@ -21,7 +21,7 @@ usage() {
 [[ $# -ge 1 ]] || usage
 [[ $1 == -h || $1 == --help ]] && usage
 
-for tool in Xvfb xauth xdpyinfo xwininfo dbus-daemon dbus-send gnome-keyring-daemon secret-tool trayer setsid timeout; do
+for tool in Xvfb xauth xdpyinfo xwininfo dbus-daemon dbus-send gnome-keyring-daemon secret-tool trayer dunst setsid timeout; do
   if ! command -v "$tool" >/dev/null 2>&1; then
     echo "$me: '$tool' is missing; scripts/deps.sh installs everything the session needs" >&2
     exit 1
@@ -313,6 +313,17 @@ trayer_pid=$last_helper
 # its panel, long before a program started next has connected to the display.
 panel_shown() { [[ $(xwininfo -name panel 2>/dev/null) == *IsViewable* ]]; }
 await "$trayer_pid" "showing its panel" panel_shown
+
+# --- notifications -------------------------------------------------------------------------------
+
+# Bottom right, away from the tray at the top that tests and the demo click.
+printf '[global]\norigin = bottom-right\noffset = 10x10\n' >"$session_dir/dunstrc"
+start_helper dunst dunst -config "$session_dir/dunstrc" </dev/null
+notifications_up() {
+  [[ $(timeout 10 dbus-send --session --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus \
+    org.freedesktop.DBus.NameHasOwner string:org.freedesktop.Notifications) == *"boolean true"* ]]
+}
+await "$last_helper" "owning the notification service" notifications_up
 
 # --- the command ------------------------------------------------------------------------------------
 

@@ -2,7 +2,9 @@
 
 #include "Logging.h"
 
+#include <QDBusArgument>
 #include <QDBusMessage>
+#include <QDBusMetaType>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 
@@ -16,12 +18,44 @@ namespace {
 const QString service = u"org.freedesktop.Notifications"_s;
 const QString path = u"/org/freedesktop/Notifications"_s;
 const QString interface = u"org.freedesktop.Notifications"_s;
+// The name the icon and the desktop entry are installed under.
+const QString applicationId = u"com.nordvik.glinta"_s;
+
+// The "image-data" hint: width, height, row stride, alpha, bits per sample, channels, RGBA bytes.
+struct ImageData
+{
+    QImage image;
+};
+
+QDBusArgument &operator<<(QDBusArgument &argument, const ImageData &data)
+{
+    const QImage &image = data.image;
+    argument.beginStructure();
+    argument << image.width() << image.height() << int(image.bytesPerLine()) << true << 8 << 4
+             << QByteArray(reinterpret_cast<const char *>(image.constBits()), image.sizeInBytes());
+    argument.endStructure();
+    return argument;
+}
+
+const QDBusArgument &operator>>(const QDBusArgument &argument, ImageData &)
+{
+    // Only ever sent.
+    return argument;
+}
 
 } // namespace
+} // namespace glinta
 
-DesktopNotifier::DesktopNotifier(QDBusConnection bus, Fallback fallback, QObject *parent)
-    : QObject(parent), m_bus(std::move(bus)), m_fallback(std::move(fallback))
+Q_DECLARE_METATYPE(glinta::ImageData)
+
+namespace glinta {
+
+DesktopNotifier::DesktopNotifier(QDBusConnection bus, QImage icon, Fallback fallback, QObject *parent)
+    : QObject(parent), m_bus(std::move(bus)),
+      m_icon(icon.isNull() ? QImage() : icon.convertToFormat(QImage::Format_RGBA8888)),
+      m_fallback(std::move(fallback))
 {
+    qDBusRegisterMetaType<ImageData>();
     m_bus.connect(service, path, interface, u"ActionInvoked"_s, this, SLOT(onActionInvoked(uint, QString)));
     m_bus.connect(service, path, interface, u"NotificationClosed"_s, this,
                   SLOT(onNotificationClosed(uint, uint)));
@@ -31,11 +65,13 @@ void DesktopNotifier::show(AlertKind kind, const Notice &notice)
 {
     QVariantMap hints{{u"urgency"_s, QVariant::fromValue(uchar(notice.critical ? 2 : 1))},
                       {u"category"_s, u"device"_s},
-                      {u"desktop-entry"_s, u"glinta"_s}};
+                      {u"desktop-entry"_s, applicationId}};
+    if (!m_icon.isNull())
+        hints.insert(u"image-data"_s, QVariant::fromValue(ImageData{m_icon}));
     if (notice.sound)
         hints.insert(u"sound-name"_s, u"dialog-warning"_s);
     QDBusMessage call = QDBusMessage::createMethodCall(service, path, interface, u"Notify"_s);
-    call << u"Glinta"_s << m_ids.value(kind, 0) << u"glinta"_s << notice.summary << notice.body
+    call << u"Glinta"_s << m_ids.value(kind, 0) << applicationId << notice.summary << notice.body
          << QStringList{u"snooze-30"_s, tr("Snooze 30 min"), u"snooze-120"_s, tr("Snooze 2 h")} << hints
          << qint32(-1);
 

@@ -4,6 +4,7 @@
 
 #include <QDBusConnection>
 #include <QHash>
+#include <QImage>
 #include <QObject>
 #include <QString>
 
@@ -30,7 +31,9 @@ public:
     };
     using Fallback = std::function<void(const Notice &)>;
 
-    DesktopNotifier(QDBusConnection bus, Fallback fallback, QObject *parent = nullptr);
+    // `icon` goes along as image data, so the notification has Glinta's icon even when no icon theme
+    // holds it (a build run from its own folder).
+    DesktopNotifier(QDBusConnection bus, QImage icon, Fallback fallback, QObject *parent = nullptr);
 
     void show(AlertKind kind, const Notice &notice);
     void close(AlertKind kind);
@@ -44,6 +47,7 @@ private Q_SLOTS:
 
 private:
     QDBusConnection m_bus;
+    QImage m_icon;
     Fallback m_fallback;
     QHash<AlertKind, uint> m_ids;
 };

@@ -1,8 +1,10 @@
 #include "GlintaApp.h"
 
 #include "AboutView.h"
+#include "AlertMonitor.h"
 #include "AppcastUpdater.h"
 #include "Clock.h"
+#include "DesktopNotifier.h"
 #include "GlucosePanelView.h"
 #include "GlucoseStore.h"
 #include "ImageExport.h"
@@ -22,6 +24,8 @@
 #include "WidgetReloader.h"
 #include "WindowRegistry.h"
 
+#include <QApplication>
+#include <QDBusConnection>
 #include <QDesktopServices>
 
 #ifdef GLINTA_DEV_SERVICE_ADDRESS
@@ -105,9 +109,10 @@ GlintaApp::GlintaApp(Environment environment, QObject *parent) : QObject(parent)
     WindowRegistry *windows = m_windows.get();
     m_windows->declare(u"login"_s, u"Sign In to Glinta"_s,
                        [store, windows] { return new LoginView(store, windows); });
-    m_windows->declare(u"settings"_s, u"Glinta Settings"_s, [store, windows, loginItem = m_loginItem.get()] {
-        return new SettingsView(store, loginItem, windows);
-    });
+    m_windows->declare(u"settings"_s, u"Glinta Settings"_s,
+                       [store, windows, preferences = m_preferences.get(), loginItem = m_loginItem.get()] {
+                           return new SettingsView(store, preferences, loginItem, windows);
+                       });
     m_windows->declare(u"whats-new"_s, u"What's New in Glinta"_s,
                        [version = environment.build.shortVersion] { return new WhatsNewView(version); });
     m_windows->declare(u"about"_s, u"About Glinta"_s,
@@ -117,12 +122,30 @@ GlintaApp::GlintaApp(Environment environment, QObject *parent) : QObject(parent)
     m_statusItem = std::make_unique<StatusItem>(m_label.get(), [this, store, windows] {
         auto *panel = new GlucosePanelView(store, m_preferences.get(), m_updater.get(), false, windows);
         connect(panel, &GlucosePanelView::quitRequested, this, &GlintaApp::quitRequested);
+        connect(panel, &GlucosePanelView::snoozeRequested, m_alerts.get(), &AlertMonitor::snooze);
         return panel;
     });
     connect(m_statusItem.get(), &StatusItem::fallbackWindowClosed, this, &GlintaApp::quitRequested);
     // Queued: the export is a launch task of its own, not part of showing the item.
     connect(m_statusItem.get(), &StatusItem::firstShown, this, &GlintaApp::runLaunchTask,
             Qt::QueuedConnection);
+    m_alerts = std::make_unique<AlertMonitor>(store, m_preferences.get());
+    m_notifier = std::make_unique<DesktopNotifier>(
+        QDBusConnection::sessionBus(), QApplication::windowIcon().pixmap(64).toImage(),
+        [this](const auto &notice) {
+            // Without a tray either, the panel's alert line is all there is.
+            if (m_statusItem->usesFallbackWindow() || !m_statusItem->trayIcon()->isVisible()) {
+                qCWarning(lcAlerts, "No notification server and no tray to show an alert in");
+                return;
+            }
+            m_statusItem->trayIcon()->showMessage(notice.summary, notice.body,
+                                                  notice.critical ? QSystemTrayIcon::Critical
+                                                                  : QSystemTrayIcon::Warning);
+        });
+    connect(m_alerts.get(), &AlertMonitor::raised, this, &GlintaApp::notify);
+    connect(m_alerts.get(), &AlertMonitor::closed, m_notifier.get(), &DesktopNotifier::close);
+    connect(m_notifier.get(), &DesktopNotifier::snoozeRequested, m_alerts.get(), &AlertMonitor::snooze);
+
     // A window opened from the panel takes the focus; the popup would only hide behind it.
     connect(m_windows.get(), &WindowRegistry::opened, this, [this] {
         if (!m_statusItem->usesFallbackWindow())
@@ -135,6 +158,7 @@ GlintaApp::~GlintaApp()
     // The views hold the store; they go first.
     m_statusItem.reset();
     m_label.reset();
+    m_alerts.reset();
     m_windows.reset();
     m_updater.reset();
 }
@@ -144,9 +168,21 @@ void GlintaApp::runLaunchTask()
     runLaunchExport(*m_preferences, m_updater.get());
 }
 
+void GlintaApp::notify(AlertKind kind)
+{
+    DesktopNotifier::Notice notice;
+    notice.summary = alertTitle(kind, m_store->latest(), m_store->unit());
+    notice.body = alertBody(kind, m_store->latest(), m_store->connectionName(), m_store->now());
+    notice.critical = isLowAlert(kind);
+    notice.sound = m_preferences->alertSound();
+    qCInfo(lcAlerts, "Alert: %s", qUtf8Printable(alertKindName(kind)));
+    m_notifier->show(kind, notice);
+}
+
 void GlintaApp::start()
 {
     m_store->start();
+    m_alerts->start();
     m_updater->start();
     m_statusItem->show();
 }

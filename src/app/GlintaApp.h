@@ -1,5 +1,6 @@
 #pragma once
 
+#include "AlertKind.h"
 #include "BuildInfo.h"
 #include "ServiceEndpoints.h"
 
@@ -11,7 +12,9 @@
 
 namespace glinta {
 
+class AlertMonitor;
 class AppcastUpdater;
+class DesktopNotifier;
 class Clock;
 class GlucosePanelView;
 class GlucoseStore;
@@ -65,6 +68,7 @@ Q_SIGNALS:
 private Q_SLOTS:
     // Once the status item is first on screen: the picture export, when the preferences ask for it.
     void runLaunchTask();
+    void notify(glinta::AlertKind kind);
 
 private:
     // Apart, since a request to the service that is given up drops its manager's connections.
@@ -77,6 +81,8 @@ private:
     std::unique_ptr<WidgetReloader> m_widgets;
     std::unique_ptr<Clock> m_clock;
     std::unique_ptr<GlucoseStore> m_store;
+    std::unique_ptr<AlertMonitor> m_alerts;
+    std::unique_ptr<DesktopNotifier> m_notifier;
     std::unique_ptr<UpdateWatcher> m_updateWatcher;
     std::unique_ptr<StandardUserDriver> m_userDriver;
     std::unique_ptr<AppcastUpdater> m_updater;

@@ -125,8 +125,6 @@ GlucoseSnapshot sampleSnapshot(const QDateTime &now)
     latest.trend = TrendArrow::steady;
     snapshot.latest = latest;
     snapshot.unit = GlucoseUnit::mgPerDl;
-    snapshot.targetLowMgPerDl = 70;
-    snapshot.targetHighMgPerDl = 180;
     snapshot.updatedAt = now.addSecs(-sampleAgeSeconds);
     return snapshot;
 }

@@ -8,6 +8,7 @@
 #include <QCursor>
 #include <QKeyEvent>
 #include <QScreen>
+#include <QStringList>
 #include <QVBoxLayout>
 
 #include <utility>
@@ -63,9 +64,13 @@ StatusItem::~StatusItem()
 
 QString StatusItem::toolTip(const MenuBarTitle &title)
 {
-    if (title.showsSymbol)
-        return title.accessibilityLabel;
-    return title.text + u'\n' + title.accessibilityLabel;
+    QStringList lines;
+    if (!title.showsSymbol)
+        lines.append(title.text);
+    if (!title.alert.isEmpty())
+        lines.append(title.alert);
+    lines.append(title.accessibilityLabel);
+    return lines.join(u'\n');
 }
 
 void StatusItem::updateIcon()

@@ -9,9 +9,12 @@
 
 namespace glinta {
 
-GlucoseChartDomain chartYDomain(const QList<GlucoseReading> &history, GlucoseUnit unit)
+GlucoseChartDomain chartYDomain(const QList<GlucoseReading> &history, GlucoseUnit unit,
+                                const TargetRange &range)
 {
-    double top = chartMinimumTopMgPerDl;
+    // A high target above the usual top keeps its band on the chart.
+    const double minimumTop = std::max(chartMinimumTopMgPerDl, range.highMgPerDl + chartHeadroomMgPerDl);
+    double top = minimumTop;
     if (!history.isEmpty()) {
         // Started below every value and compared with ">" so that a NaN reading cannot become the top.
         double largest = -std::numeric_limits<double>::infinity();
@@ -19,7 +22,7 @@ GlucoseChartDomain chartYDomain(const QList<GlucoseReading> &history, GlucoseUni
             if (reading.mgPerDl > largest)
                 largest = reading.mgPerDl;
         }
-        top = std::max(largest + chartHeadroomMgPerDl, chartMinimumTopMgPerDl);
+        top = std::max(largest + chartHeadroomMgPerDl, minimumTop);
     }
     double bottom = chartFloorMgPerDl;
     if (unit == GlucoseUnit::mmolPerL) {

@@ -37,7 +37,8 @@ struct GlucoseChartDomain
 };
 
 // 40 up to the larger of 220 and the highest reading plus 20, in the display unit.
-GlucoseChartDomain chartYDomain(const QList<GlucoseReading> &history, GlucoseUnit unit);
+GlucoseChartDomain chartYDomain(const QList<GlucoseReading> &history, GlucoseUnit unit,
+                                const TargetRange &range = {});
 
 // Splits readings (oldest first, as the store keeps them; not sorted here) into segments at `redLine`
 // mg/dL. A value equal to the red line is not below it; a reading not later than the point before it is

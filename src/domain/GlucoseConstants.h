@@ -9,7 +9,6 @@ inline constexpr double mgPerDlPerMmolPerL = 18.0182;
 
 inline constexpr double targetLowMgPerDl = 70.0;
 inline constexpr double targetHighMgPerDl = 180.0;
-inline constexpr double redLineMgPerDl = 70.0;
 
 inline constexpr double chartFloorMgPerDl = 40.0;
 inline constexpr double chartHeadroomMgPerDl = 20.0;

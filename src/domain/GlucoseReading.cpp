@@ -51,11 +51,11 @@ GlucoseReading readingFromJson(const QJsonValue &value, const json::Path &at)
     return reading;
 }
 
-GlucoseRange glucoseRange(const GlucoseReading &reading, double lowMgPerDl, double highMgPerDl)
+GlucoseRange glucoseRange(const GlucoseReading &reading, const TargetRange &range)
 {
-    if (reading.isLow || reading.mgPerDl < lowMgPerDl)
+    if (reading.isLow || reading.mgPerDl < range.lowMgPerDl)
         return GlucoseRange::low;
-    if (reading.isHigh || reading.mgPerDl > highMgPerDl)
+    if (reading.isHigh || reading.mgPerDl > range.highMgPerDl)
         return GlucoseRange::high;
     return GlucoseRange::inRange;
 }

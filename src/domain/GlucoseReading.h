@@ -1,5 +1,6 @@
 #pragma once
 
+#include "TargetRange.h"
 #include "TrendArrow.h"
 
 #include <QDateTime>
@@ -34,7 +35,7 @@ enum class GlucoseRange
     inRange,
     high,
 };
-GlucoseRange glucoseRange(const GlucoseReading &reading, double lowMgPerDl, double highMgPerDl);
+GlucoseRange glucoseRange(const GlucoseReading &reading, const TargetRange &range);
 
 // The reading's JSON object: "date" (seconds since 2001-01-01 UTC), "mgPerDl", "trend" (left out when
 // absent), "isHigh", "isLow", in that order.

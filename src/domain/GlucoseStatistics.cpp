@@ -1,7 +1,5 @@
 #include "GlucoseStatistics.h"
 
-#include "GlucoseConstants.h"
-
 #include <cmath>
 #include <cstdint>
 
@@ -19,14 +17,14 @@ QString averageText(const QList<GlucoseReading> &history, GlucoseUnit unit)
     return format(unit, sum / static_cast<double>(history.size()));
 }
 
-QString inRangeText(const QList<GlucoseReading> &history, double lowMgPerDl, double highMgPerDl)
+QString inRangeText(const QList<GlucoseReading> &history, const TargetRange &range)
 {
     if (history.isEmpty())
         return u"\u2013"_s;
     qsizetype inRange = 0;
     for (const GlucoseReading &reading : history) {
         // Written so that NaN, which compares false both ways, counts as out of range.
-        if (reading.mgPerDl >= lowMgPerDl && reading.mgPerDl <= highMgPerDl)
+        if (reading.mgPerDl >= range.lowMgPerDl && reading.mgPerDl <= range.highMgPerDl)
             ++inRange;
     }
     const double percentage = static_cast<double>(inRange) / static_cast<double>(history.size()) * 100.0;

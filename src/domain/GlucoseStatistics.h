@@ -1,6 +1,5 @@
 #pragma once
 
-#include "GlucoseConstants.h"
 #include "GlucoseReading.h"
 #include "GlucoseUnit.h"
 
@@ -12,11 +11,9 @@ namespace glinta {
 
 // Mean of the history in mg/dL, formatted in `unit`; an en dash for no readings.
 QString averageText(const QList<GlucoseReading> &history, GlucoseUnit unit);
-// Whole percentage of readings with low <= value <= high (the panel's fixed 70 to 180 unless told
-// otherwise; the widget passes its snapshot's own range), halves away from zero, as in 83%; an en dash
+// Whole percentage of readings with low <= value <= high, halves away from zero, as in 83%; an en dash
 // for no readings.
-QString inRangeText(const QList<GlucoseReading> &history, double lowMgPerDl = targetLowMgPerDl,
-                    double highMgPerDl = targetHighMgPerDl);
+QString inRangeText(const QList<GlucoseReading> &history, const TargetRange &range);
 QString readingCountText(const QList<GlucoseReading> &history);
 
 } // namespace glinta

@@ -85,6 +85,7 @@ DashboardView::DashboardView(GlucoseStore *store, Updater *updater, bool renders
     layout->setSpacing(10);
 
     layout->addWidget(makeHeaderRow());
+    layout->addWidget(makeAlertLine());
     layout->addWidget(makeReadingRow());
     layout->addWidget(makeWaitingRow());
 
@@ -107,7 +108,8 @@ DashboardView::DashboardView(GlucoseStore *store, Updater *updater, bool renders
     for (auto changed :
          {&GlucoseStore::statusChanged, &GlucoseStore::latestChanged, &GlucoseStore::historyChanged,
           &GlucoseStore::connectionNameChanged, &GlucoseStore::unitChanged, &GlucoseStore::savedEmailChanged,
-          &GlucoseStore::credentialFailureChanged})
+          &GlucoseStore::credentialFailureChanged, &GlucoseStore::targetRangeChanged,
+          &GlucoseStore::activeAlertChanged})
         connect(store, changed, this, &DashboardView::updateContents);
 
     updateColors();
@@ -181,6 +183,36 @@ QWidget *DashboardView::makeWaitingRow()
     m_spinner->setObjectName(u"spinner"_s);
     layout->addWidget(m_spinner, 0, Qt::AlignVCenter);
     return m_waitingRow;
+}
+
+QWidget *DashboardView::makeAlertLine()
+{
+    m_alertLine = new QWidget(this);
+    auto *layout = new QHBoxLayout(m_alertLine);
+    layout->setContentsMargins(0, 0, 0, 0);
+
+    m_alert = new SymbolLabel(u"exclamationmark.triangle"_s, style::TextStyle::headline, m_alertLine);
+    m_alert->setObjectName(u"alert"_s);
+    layout->addWidget(m_alert, 1, Qt::AlignVCenter);
+
+    m_snooze = new QToolButton(m_alertLine);
+    m_snooze->setObjectName(u"snooze"_s);
+    m_snooze->setText(tr("Snooze"));
+    m_snooze->setAccessibleName(tr("Snooze the alert"));
+    m_snooze->setFont(style::font(style::TextStyle::caption));
+    m_snooze->setFocusPolicy(Qt::TabFocus);
+    m_snooze->setPopupMode(QToolButton::InstantPopup);
+    auto *choices = new QMenu(m_snooze);
+    for (const auto &[text, duration] :
+         {std::pair(tr("Snooze 30 min"), 30min), std::pair(tr("Snooze 2 h"), 120min)}) {
+        choices->addAction(text, this, [this, duration] {
+            if (const std::optional<AlertKind> alert = m_store->activeAlert())
+                Q_EMIT snoozeRequested(*alert, duration);
+        });
+    }
+    m_snooze->setMenu(choices);
+    layout->addWidget(m_snooze, 0, Qt::AlignVCenter);
+    return m_alertLine;
 }
 
 QWidget *DashboardView::makeFailureLine()
@@ -309,14 +341,21 @@ void DashboardView::updateContents()
     // Judged by the wall clock whenever the dashboard changes or is shown, not by the passing of time.
     m_stale->setVisible(latest && latest->date.msecsTo(m_wallClock()) > staleAfterMs);
 
+    const std::optional<AlertKind> alert = m_store->activeAlert();
+    m_alertLine->setVisible(alert.has_value());
+    if (alert) {
+        m_alert->setText(alertTitle(*alert, latest, unit));
+        m_alert->setColor(isLowAlert(*alert) ? style::red(colors) : style::orange(colors));
+        // Nothing to snooze in a picture.
+        m_snooze->setVisible(!m_rendersForImage);
+    }
+
     m_readingRow->setVisible(latest.has_value());
     m_waitingRow->setVisible(!latest);
     m_spinner->setVisible(!latest && status.kind == GlucoseStore::Status::Kind::connecting);
     if (latest) {
         m_value->setText(format(unit, latest->mgPerDl));
-        setTextColor(m_value, style::rangeColour(glucoseRange(*latest, GlucoseStore::targetLowMgPerDl,
-                                                              GlucoseStore::targetHighMgPerDl),
-                                                 colors));
+        setTextColor(m_value, style::rangeColour(glucoseRange(*latest, m_store->targetRange()), colors));
         m_trend->setVisible(latest->trend.has_value());
         m_trend->setText(latest->trend ? symbol(*latest->trend) : QString());
         m_trend->setAccessibleName(latest->trend ? spokenName(*latest->trend) : QString());
@@ -338,7 +377,7 @@ void DashboardView::updateContents()
 
     const QList<GlucoseReading> history = m_store->history();
     m_average->setText(averageText(history, unit));
-    m_inRange->setText(inRangeText(history));
+    m_inRange->setText(inRangeText(history, m_store->targetRange()));
     m_readingCount->setText(readingCountText(history));
 
     if (m_unitButtons)

@@ -1,9 +1,12 @@
 #pragma once
 
+#include "AlertKind.h"
+
 #include <QDateTime>
 #include <QTimer>
 #include <QWidget>
 
+#include <chrono>
 #include <functional>
 
 class QButtonGroup;
@@ -42,6 +45,7 @@ public:
 
 Q_SIGNALS:
     void quitRequested();
+    void snoozeRequested(glinta::AlertKind kind, std::chrono::minutes duration);
 
 protected:
     void changeEvent(QEvent *event) override;
@@ -52,6 +56,7 @@ private:
     QWidget *makeHeaderRow();
     QWidget *makeReadingRow();
     QWidget *makeWaitingRow();
+    QWidget *makeAlertLine();
     QWidget *makeFailureLine();
     QWidget *makeStatistics();
     QWidget *makeControlsRow();
@@ -82,6 +87,10 @@ private:
     QWidget *m_waitingRow = nullptr;
     QLabel *m_waiting = nullptr;
     ProgressSpinner *m_spinner = nullptr;
+
+    QWidget *m_alertLine = nullptr;
+    SymbolLabel *m_alert = nullptr;
+    QToolButton *m_snooze = nullptr;
 
     QWidget *m_failureLine = nullptr;
     SymbolLabel *m_failure = nullptr;

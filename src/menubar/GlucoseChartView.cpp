@@ -111,6 +111,7 @@ GlucoseChartView::GlucoseChartView(GlucoseStore *store, QWidget *parent)
 
     connect(store, &GlucoseStore::historyChanged, this, [this] { redrawWhenShown(Pending::everything); });
     connect(store, &GlucoseStore::unitChanged, this, [this] { redrawWhenShown(Pending::everything); });
+    connect(store, &GlucoseStore::targetRangeChanged, this, [this] { redrawWhenShown(Pending::everything); });
     // Arrives with nearly every poll: only the dot and the time range depend on it.
     connect(store, &GlucoseStore::latestChanged, this, [this] { redrawWhenShown(Pending::latest); });
 }
@@ -207,14 +208,15 @@ void GlucoseChartView::rebuild()
     }
     const qreal start = plotted(history.first().date);
     const qreal end = plotted(history.last().date);
-    const double high = plotted(targetHighMgPerDl, unit);
-    const double low = plotted(targetLowMgPerDl, unit);
+    const TargetRange range = m_store->targetRange();
+    const double high = plotted(range.highMgPerDl, unit);
+    const double low = plotted(range.lowMgPerDl, unit);
     m_band->upperSeries()->replace(QList<QPointF>{{start, high}, {end, high}});
     m_band->lowerSeries()->replace(QList<QPointF>{{start, low}, {end, low}});
     m_band->setBrush(withOpacity(style::green(colours), 0.1));
 
     // Straight lines through every vertex, so neighbouring segments meet on the red line.
-    const QList<GlucoseChartSegment> segments = chartSegments(history, redLineMgPerDl);
+    const QList<GlucoseChartSegment> segments = chartSegments(history, range.lowMgPerDl);
     while (m_lines.size() > segments.size()) {
         QLineSeries *line = m_lines.takeLast();
         m_chart->removeSeries(line);
@@ -242,7 +244,7 @@ void GlucoseChartView::rebuild()
         m_lines[i]->setPen(pen);
     }
 
-    const GlucoseChartDomain domain = chartYDomain(history, unit);
+    const GlucoseChartDomain domain = chartYDomain(history, unit, range);
     const double interval = valueTickInterval(domain.upper - domain.lower);
     const int decimals = std::max(0, int(-std::floor(std::log10(interval))));
     m_valueAxis->setRange(domain.lower, domain.upper);
@@ -274,8 +276,8 @@ void GlucoseChartView::rebuildLatest()
             m_latestDot->setMarkerSize(dotSize);
         }
         m_latestDot->replace(0, plotted(latest->date), plotted(latest->mgPerDl, m_store->unit()));
-        const QColor colour =
-            latest->mgPerDl >= redLineMgPerDl ? style::accent(palette()) : style::red(palette());
+        const QColor colour = latest->mgPerDl >= m_store->targetRange().lowMgPerDl ? style::accent(palette())
+                                                                                   : style::red(palette());
         m_latestDot->setColor(colour);
         m_latestDot->setBorderColor(colour);
     }

@@ -43,6 +43,7 @@ void GlucosePanelView::chooseContent()
     if (signedIn) {
         auto *dashboard = new DashboardView(m_store, m_updater, m_rendersForImage, m_windows, this);
         connect(dashboard, &DashboardView::quitRequested, this, &GlucosePanelView::quitRequested);
+        connect(dashboard, &DashboardView::snoozeRequested, this, &GlucosePanelView::snoozeRequested);
         m_content = dashboard;
     } else {
         auto *prompt = new SignInPromptView(m_store, m_windows, this);

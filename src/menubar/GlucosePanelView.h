@@ -1,8 +1,11 @@
 #pragma once
 
+#include "AlertKind.h"
+
 #include <QPointer>
 #include <QWidget>
 
+#include <chrono>
 #include <optional>
 
 class QVBoxLayout;
@@ -30,6 +33,7 @@ public:
 
 Q_SIGNALS:
     void quitRequested();
+    void snoozeRequested(glinta::AlertKind kind, std::chrono::minutes duration);
 
 private:
     void chooseContent();

@@ -11,9 +11,11 @@ using namespace Qt::StringLiterals;
 namespace glinta {
 
 MenuBarTitle menuBarTitle(const std::optional<GlucoseReading> &latest, GlucoseUnit unit, const QDateTime &now,
-                          const std::optional<QString> &waitingVersion)
+                          const std::optional<QString> &waitingVersion, std::optional<AlertKind> alert)
 {
     MenuBarTitle title;
+    if (alert)
+        title.alert = alertTitle(*alert, latest, unit);
     if (!latest) {
         title.accessibilityLabel = u"Glinta: no glucose data"_s;
         return title;
@@ -51,6 +53,7 @@ MenuBarLabel::MenuBarLabel(GlucoseStore *store, Preferences *preferences, QObjec
     connect(store, &GlucoseStore::latestChanged, this, &MenuBarLabel::update);
     connect(store, &GlucoseStore::unitChanged, this, &MenuBarLabel::update);
     connect(store, &GlucoseStore::nowChanged, this, &MenuBarLabel::update);
+    connect(store, &GlucoseStore::activeAlertChanged, this, &MenuBarLabel::update);
     if (preferences) {
         connect(preferences, &Preferences::changed, this, [this](Preferences::Key key) {
             if (key == Preferences::Key::availableUpdateVersion)
@@ -58,16 +61,17 @@ MenuBarLabel::MenuBarLabel(GlucoseStore *store, Preferences *preferences, QObjec
         });
     }
     m_title = menuBarTitle(store->latest(), store->unit(), store->now(),
-                           preferences ? preferences->availableUpdateVersion() : std::nullopt);
+                           preferences ? preferences->availableUpdateVersion() : std::nullopt,
+                           store->activeAlert());
 }
 
 void MenuBarLabel::update()
 {
     if (!m_store)
         return;
-    const MenuBarTitle title =
-        menuBarTitle(m_store->latest(), m_store->unit(), m_store->now(),
-                     m_preferences ? m_preferences->availableUpdateVersion() : std::nullopt);
+    const MenuBarTitle title = menuBarTitle(
+        m_store->latest(), m_store->unit(), m_store->now(),
+        m_preferences ? m_preferences->availableUpdateVersion() : std::nullopt, m_store->activeAlert());
     if (title == m_title)
         return;
     m_title = title;

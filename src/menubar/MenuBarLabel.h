@@ -1,5 +1,6 @@
 #pragma once
 
+#include "AlertKind.h"
 #include "GlucoseReading.h"
 #include "GlucoseUnit.h"
 
@@ -31,14 +32,17 @@ struct MenuBarTitle
     std::optional<TrendArrow> trend;
     bool isStale = false;
     bool updateWaiting = false;
+    // The alert that holds, as in "Low: 62 ↘"; empty when none does.
+    QString alert;
 
     friend bool operator==(const MenuBarTitle &, const MenuBarTitle &) = default;
 };
 
 MenuBarTitle menuBarTitle(const std::optional<GlucoseReading> &latest, GlucoseUnit unit, const QDateTime &now,
-                          const std::optional<QString> &waitingVersion);
+                          const std::optional<QString> &waitingVersion,
+                          std::optional<AlertKind> alert = std::nullopt);
 
-// Follows the store and the waiting-update preference, and says when the title changes.
+// Follows the store (its alert included) and the waiting-update preference, and says when the title changes.
 class MenuBarLabel : public QObject
 {
     Q_OBJECT

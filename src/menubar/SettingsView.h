@@ -1,33 +1,43 @@
 #pragma once
 
+#include <QList>
 #include <QPointer>
 #include <QWidget>
+
+#include <utility>
 
 class QCheckBox;
 class QFormLayout;
 class QLabel;
+class QLineEdit;
 class QMessageBox;
 class QPushButton;
 
 namespace glinta {
 
+enum class AlertKind;
 class GlucoseStore;
 class LoginItem;
+class Preferences;
 class WindowRegistry;
 
-// The content of the "settings" window: starting at login, and the signed-in account with a way to
-// sign out. The toggle always shows what the login item reports, never what was asked of it.
+// The content of the "settings" window: starting at login, the target range, which alerts go off, and
+// the signed-in account with a way to sign out. The toggle always shows what the login item reports,
+// never what was asked of it.
 class SettingsView : public QWidget
 {
     Q_OBJECT
 
 public:
-    SettingsView(GlucoseStore *store, LoginItem *loginItem, WindowRegistry *windows,
+    // Without preferences the alert switches show their defaults and cannot be changed.
+    SettingsView(GlucoseStore *store, Preferences *preferences, LoginItem *loginItem, WindowRegistry *windows,
                  QWidget *parent = nullptr);
 
     bool launchesAtLogin() const { return m_launchesAtLogin; }
     // The sign-out question while it is open, else nullptr.
     QMessageBox *signOutAlert() const;
+    // The question before urgent low alerts go off while it is open, else nullptr.
+    QMessageBox *urgentLowAlert() const;
 
 protected:
     void changeEvent(QEvent *event) override;
@@ -38,18 +48,35 @@ private:
     void setLaunchesAtLogin(bool requested);
     void confirmSignOut();
     void updateAccount();
+    void showTargetRange();
+    void applyTargetRange();
+    void updateAlerts();
+    void setAlertEnabled(AlertKind kind, bool enabled);
+    void confirmUrgentLowOff();
     void applyColors();
 
     QPointer<GlucoseStore> m_store;
+    QPointer<Preferences> m_preferences;
     LoginItem *m_loginItem = nullptr;
     QPointer<WindowRegistry> m_windows;
     bool m_launchesAtLogin = false;
 
     QCheckBox *m_launchAtLogin = nullptr;
+    QLineEdit *m_targetLow = nullptr;
+    QLineEdit *m_targetHigh = nullptr;
+    QLabel *m_targetLowProblem = nullptr;
+    QLabel *m_targetHighProblem = nullptr;
+    QFormLayout *m_targetForm = nullptr;
+    QList<QLabel *> m_unitLabels;
+    QLabel *m_targetCaption = nullptr;
+    QList<std::pair<AlertKind, QCheckBox *>> m_alertSwitches;
+    QCheckBox *m_alertSound = nullptr;
+    QLabel *m_alertCaption = nullptr;
     QFormLayout *m_accountForm = nullptr;
     QLabel *m_account = nullptr;
     QPushButton *m_signOut = nullptr;
     QPointer<QMessageBox> m_signOutAlert;
+    QPointer<QMessageBox> m_urgentLowAlert;
 };
 
 } // namespace glinta

@@ -48,8 +48,8 @@ QByteArray encodeSnapshot(const GlucoseSnapshot &snapshot)
         requireStorable(*snapshot.latest, u"latest"_s);
     for (qsizetype i = 0; i < snapshot.history.size(); ++i)
         requireStorable(snapshot.history[i], u"history["_s + QString::number(i) + u']');
-    requireFinite(snapshot.targetLowMgPerDl, u"targetLowMgPerDl"_s);
-    requireFinite(snapshot.targetHighMgPerDl, u"targetHighMgPerDl"_s);
+    requireFinite(snapshot.targets.lowMgPerDl, u"targetLowMgPerDl"_s);
+    requireFinite(snapshot.targets.highMgPerDl, u"targetHighMgPerDl"_s);
     requireStorable(snapshot.updatedAt, u"updatedAt"_s);
 
     JsonWriter writer;
@@ -70,11 +70,15 @@ QByteArray encodeSnapshot(const GlucoseSnapshot &snapshot)
         writer.value(*snapshot.connectionName);
     }
     writer.key("targetLowMgPerDl"_L1);
-    writer.value(snapshot.targetLowMgPerDl);
+    writer.value(snapshot.targets.lowMgPerDl);
     writer.key("targetHighMgPerDl"_L1);
-    writer.value(snapshot.targetHighMgPerDl);
+    writer.value(snapshot.targets.highMgPerDl);
     writer.key("updatedAt"_L1);
     writer.value(secondsSinceReferenceDate(snapshot.updatedAt));
+    if (snapshot.alert) {
+        writer.key("alert"_L1);
+        writer.value(alertKindName(*snapshot.alert));
+    }
     writer.endObject();
 
     QByteArray bytes = writer.takeBytes();
@@ -108,14 +112,16 @@ GlucoseSnapshot decodeSnapshot(const QByteArray &bytes)
     snapshot.unit = *unit;
 
     snapshot.connectionName = json::optionalString(object, "connectionName"_L1, root);
-    snapshot.targetLowMgPerDl = json::requiredNumber(object, "targetLowMgPerDl"_L1, root);
-    snapshot.targetHighMgPerDl = json::requiredNumber(object, "targetHighMgPerDl"_L1, root);
+    snapshot.targets.lowMgPerDl = json::requiredNumber(object, "targetLowMgPerDl"_L1, root);
+    snapshot.targets.highMgPerDl = json::requiredNumber(object, "targetHighMgPerDl"_L1, root);
 
     const double updatedAt = json::requiredNumber(object, "updatedAt"_L1, root);
     const auto date = dateFromSecondsSinceReferenceDate(updatedAt);
     if (!date)
         json::throwWrongValue(object.value("updatedAt"_L1), root.member("updatedAt"_L1), u"a date"_s);
     snapshot.updatedAt = *date;
+    if (const auto alert = json::optionalString(object, "alert"_L1, root))
+        snapshot.alert = alertKindFromName(*alert);
     return snapshot;
 }
 

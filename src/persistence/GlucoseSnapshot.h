@@ -1,8 +1,10 @@
 #pragma once
 
+#include "AlertKind.h"
 #include "Error.h"
 #include "GlucoseReading.h"
 #include "GlucoseUnit.h"
+#include "TargetRange.h"
 
 #include <QByteArray>
 #include <QDateTime>
@@ -20,9 +22,10 @@ struct GlucoseSnapshot
     QList<GlucoseReading> history;
     GlucoseUnit unit = GlucoseUnit::mgPerDl;
     std::optional<QString> connectionName;
-    double targetLowMgPerDl = 70;
-    double targetHighMgPerDl = 180;
+    TargetRange targets;
     QDateTime updatedAt;
+    // The alert Glinta shows while one holds, for the status line.
+    std::optional<AlertKind> alert;
 
     friend bool operator==(const GlucoseSnapshot &, const GlucoseSnapshot &) = default;
 };
@@ -42,11 +45,12 @@ private:
     QString m_problem;
 };
 
-// Compact JSON with keys in a fixed order; "latest" and "connectionName" are left out when absent. Dates
-// are seconds since 2001-01-01 UTC. Throws SnapshotEncodingError.
+// Compact JSON with keys in a fixed order; "latest", "connectionName" and "alert" are left out when
+// absent. Dates are seconds since 2001-01-01 UTC. Throws SnapshotEncodingError.
 QByteArray encodeSnapshot(const GlucoseSnapshot &snapshot);
 // Key order does not matter. An unknown unit, a trend outside 1...5, a missing key or a file over the cap
-// fails the whole file with a DecodingError naming the "snapshot file".
+// fails the whole file with a DecodingError naming the "snapshot file". An alert this build does not know
+// reads as none: a newer Glinta may write one.
 GlucoseSnapshot decodeSnapshot(const QByteArray &bytes);
 
 } // namespace glinta

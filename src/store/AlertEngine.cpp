@@ -2,9 +2,6 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QStringList>
-
-#include <array>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -12,10 +9,6 @@ using namespace std::chrono_literals;
 namespace glinta {
 
 namespace {
-
-constexpr std::array allKinds{AlertKind::urgentLow,   AlertKind::low,        AlertKind::high,
-                              AlertKind::fallingFast, AlertKind::risingFast, AlertKind::noReadings,
-                              AlertKind::signedOut};
 
 // Whether the kind's condition holds; nothing when it cannot be judged now.
 std::optional<bool> holds(AlertKind kind, const std::optional<GlucoseReading> &latest, const QDateTime &now,
@@ -32,15 +25,15 @@ std::optional<bool> holds(AlertKind kind, const std::optional<GlucoseReading> &l
     if (ageMs > std::chrono::milliseconds(AlertEngine::freshReadingAge).count())
         return std::nullopt;
     const double value = latest->mgPerDl;
-    const bool urgent = value < AlertEngine::urgentLowMgPerDl;
+    const bool urgent = value < AlertEngine::urgentLowMgPerDl(settings.unit);
     switch (kind) {
     case AlertKind::urgentLow:
         return urgent;
     case AlertKind::low:
         // Below the urgent line the urgent alert speaks for both, unless it is off.
-        return value < settings.targetLowMgPerDl && !(urgent && settings.isEnabled(AlertKind::urgentLow));
+        return value < settings.range.lowMgPerDl && !(urgent && settings.isEnabled(AlertKind::urgentLow));
     case AlertKind::high:
-        return value > settings.targetHighMgPerDl;
+        return value > settings.range.highMgPerDl;
     case AlertKind::fallingFast:
         return latest->trend == TrendArrow::fallingQuickly;
     case AlertKind::risingFast:
@@ -59,26 +52,10 @@ bool isGlucoseAlert(AlertKind kind)
 
 } // namespace
 
-QString alertKindName(AlertKind kind)
-{
-    static const QStringList names{u"urgentLow"_s,  u"low"_s,        u"high"_s,     u"fallingFast"_s,
-                                   u"risingFast"_s, u"noReadings"_s, u"signedOut"_s};
-    return names.at(int(kind));
-}
-
-std::optional<AlertKind> alertKindFromName(QStringView name)
-{
-    for (const AlertKind kind : allKinds) {
-        if (alertKindName(kind) == name)
-            return kind;
-    }
-    return std::nullopt;
-}
-
 QByteArray encodeAlertState(const AlertState &state)
 {
     QJsonObject kinds;
-    for (const AlertKind kind : allKinds) {
+    for (const AlertKind kind : allAlertKinds) {
         QJsonObject entry;
         const auto put = [&entry, kind](const QString &key, const QHash<AlertKind, QDateTime> &times) {
             if (times.contains(kind))
@@ -126,6 +103,11 @@ bool AlertSettings::isEnabled(AlertKind kind) const
     return enabled.value(kind, byDefault);
 }
 
+double AlertEngine::urgentLowMgPerDl(GlucoseUnit unit)
+{
+    return unit == GlucoseUnit::mmolPerL ? 3.0 * mgPerDlPerMmolPerL : 55.0;
+}
+
 std::optional<std::chrono::minutes> AlertEngine::repeatInterval(AlertKind kind)
 {
     switch (kind) {
@@ -149,7 +131,7 @@ QList<AlertAction> AlertEngine::evaluate(const std::optional<GlucoseReading> &la
                                          bool blind, const AlertSettings &settings, AlertState &state)
 {
     QList<AlertAction> actions;
-    for (const AlertKind kind : allKinds) {
+    for (const AlertKind kind : allAlertKinds) {
         const bool active = state.active.value(kind);
         const std::optional<bool> condition =
             settings.isEnabled(kind) ? holds(kind, latest, now, blind, settings) : std::optional(false);

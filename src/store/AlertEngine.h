@@ -1,6 +1,8 @@
 #pragma once
 
+#include "AlertKind.h"
 #include "GlucoseReading.h"
+#include "TargetRange.h"
 
 #include <QDateTime>
 #include <QHash>
@@ -11,26 +13,12 @@
 
 namespace glinta {
 
-enum class AlertKind
-{
-    urgentLow,
-    low,
-    high,
-    fallingFast,
-    risingFast,
-    noReadings,
-    signedOut,
-};
-
-// "urgentLow", "low", …: the names alerts are kept under.
-QString alertKindName(AlertKind kind);
-std::optional<AlertKind> alertKindFromName(QStringView name);
-
 // The user's choices that decide alerts.
 struct AlertSettings
 {
-    double targetLowMgPerDl = 70.0;
-    double targetHighMgPerDl = 180.0;
+    TargetRange range;
+    // The urgent line is the round number of the unit the user reads.
+    GlucoseUnit unit = GlucoseUnit::mgPerDl;
     // Urgent low, low, high, no readings and signed out are on by default; the fast trends are not.
     QHash<AlertKind, bool> enabled;
 
@@ -71,7 +59,8 @@ struct AlertAction
 class AlertEngine
 {
 public:
-    static constexpr double urgentLowMgPerDl = 55.0;
+    // 55 mg/dL, or 3.0 mmol/L (54.05 mg/dL) for a user who reads mmol/L.
+    static double urgentLowMgPerDl(GlucoseUnit unit);
     // A glucose alert goes off only on a reading this fresh.
     static constexpr std::chrono::minutes freshReadingAge{15};
     static constexpr std::chrono::minutes noReadingsAge{20};

@@ -3,11 +3,22 @@
 #include "GlucoseStore.h"
 #include "Preferences.h"
 
+#include <array>
+
 namespace glinta {
 
-AlertMonitor::AlertMonitor(GlucoseStore *store, Preferences *preferences, AlertSettings settings,
-                           QObject *parent)
-    : QObject(parent), m_store(store), m_preferences(preferences), m_settings(std::move(settings)),
+namespace {
+
+// The one the panel shows when several hold: first whether the numbers can be trusted at all, then the
+// most urgent.
+constexpr std::array foremostFirst{AlertKind::signedOut, AlertKind::noReadings, AlertKind::urgentLow,
+                                   AlertKind::low,       AlertKind::high,       AlertKind::fallingFast,
+                                   AlertKind::risingFast};
+
+} // namespace
+
+AlertMonitor::AlertMonitor(GlucoseStore *store, Preferences *preferences, QObject *parent)
+    : QObject(parent), m_store(store), m_preferences(preferences),
       m_state(decodeAlertState(preferences->alertState().value_or(QString()).toUtf8()))
 {}
 
@@ -16,6 +27,7 @@ void AlertMonitor::start()
     for (auto changed : {&GlucoseStore::latestChanged, &GlucoseStore::nowChanged,
                          &GlucoseStore::credentialFailureChanged, &GlucoseStore::savedEmailChanged})
         connect(m_store, changed, this, &AlertMonitor::evaluate, Qt::UniqueConnection);
+    connect(m_preferences, &Preferences::changed, this, &AlertMonitor::evaluate, Qt::UniqueConnection);
     evaluate();
 }
 
@@ -28,6 +40,7 @@ void AlertMonitor::snooze(AlertKind kind, std::chrono::minutes duration)
     save();
     if (wasActive)
         Q_EMIT closed(kind);
+    showForemost();
 }
 
 void AlertMonitor::evaluate()
@@ -42,8 +55,9 @@ void AlertMonitor::evaluate()
         m_state = {};
     } else {
         actions = AlertEngine::evaluate(m_store->latest(), m_store->now(), m_store->credentialFailure(),
-                                        m_settings, m_state);
+                                        m_preferences->alertSettings(), m_state);
     }
+    showForemost();
     if (actions.isEmpty())
         return;
     save();
@@ -53,6 +67,18 @@ void AlertMonitor::evaluate()
         else
             Q_EMIT closed(action.kind);
     }
+}
+
+void AlertMonitor::showForemost()
+{
+    std::optional<AlertKind> foremost;
+    for (const AlertKind kind : foremostFirst) {
+        if (m_state.active.value(kind)) {
+            foremost = kind;
+            break;
+        }
+    }
+    m_store->setActiveAlert(foremost);
 }
 
 void AlertMonitor::save()

@@ -12,17 +12,17 @@ namespace glinta {
 class GlucoseStore;
 class Preferences;
 
-// Watches the store and says which alerts go off, repeat or end. What alerts remember is kept in the
-// preferences, so a restart in the middle of a low does not alert again before its interval is over.
+// Watches the store and the alert settings and says which alerts go off, repeat or end; the foremost one
+// that holds goes to the store for the views. What alerts remember is kept in the preferences, so a
+// restart in the middle of a low does not alert again before its interval is over.
 class AlertMonitor : public QObject
 {
     Q_OBJECT
 
 public:
-    AlertMonitor(GlucoseStore *store, Preferences *preferences, AlertSettings settings = {},
-                 QObject *parent = nullptr);
+    AlertMonitor(GlucoseStore *store, Preferences *preferences, QObject *parent = nullptr);
 
-    // Looks at once, and from then on at every change of the store.
+    // Looks at once, and from then on at every change of the store or the settings.
     void start();
 
     bool isActive(AlertKind kind) const { return m_state.active.value(kind); }
@@ -35,11 +35,11 @@ Q_SIGNALS:
 
 private:
     void evaluate();
+    void showForemost();
     void save();
 
     QPointer<GlucoseStore> m_store;
     Preferences *m_preferences;
-    AlertSettings m_settings;
     AlertState m_state;
 };
 

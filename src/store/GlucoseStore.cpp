@@ -71,6 +71,7 @@ GlucoseStore::GlucoseStore(const Services &services, QObject *parent)
 {
     Preferences &preferences = *m_services.preferences;
     m_unit = preferences.glucoseUnit();
+    m_targetRange = preferences.targetRange();
     m_savedEmail = preferences.libreLinkUpEmail();
     if (const auto remembered = preferences.serviceAppVersion()) {
         const auto version = AppVersion::parse(*remembered);
@@ -88,6 +89,7 @@ std::unique_ptr<GlucoseStore> GlucoseStore::fromSnapshot(const GlucoseSnapshot &
 {
     std::unique_ptr<GlucoseStore> store(new GlucoseStore(parent));
     store->m_unit = snapshot.unit;
+    store->m_targetRange = snapshot.targets;
     store->m_savedEmail = u"jane.doe@example.com"_s;
     store->m_latest = snapshot.latest;
     store->m_history = snapshot.history;
@@ -125,6 +127,26 @@ void GlucoseStore::setUnit(GlucoseUnit unit)
         return;
     m_services.preferences->setGlucoseUnit(unit);
     publishSnapshot();
+}
+
+void GlucoseStore::setTargetRange(const TargetRange &range)
+{
+    if (!assign(m_targetRange, range))
+        return;
+    Q_EMIT targetRangeChanged();
+    if (!m_services.preferences)
+        return;
+    m_services.preferences->setTargetRange(range);
+    publishSnapshot();
+}
+
+void GlucoseStore::setActiveAlert(std::optional<AlertKind> alert)
+{
+    if (!assign(m_activeAlert, alert))
+        return;
+    Q_EMIT activeAlertChanged();
+    if (m_services.snapshots && m_savedEmail)
+        publishSnapshot();
 }
 
 QCoro::Task<void> GlucoseStore::signIn(QString email, QString password)
@@ -492,9 +514,9 @@ void GlucoseStore::publishSnapshot()
     snapshot.history = m_history;
     snapshot.unit = m_unit;
     snapshot.connectionName = m_connectionName;
-    snapshot.targetLowMgPerDl = targetLowMgPerDl;
-    snapshot.targetHighMgPerDl = targetHighMgPerDl;
+    snapshot.targets = m_targetRange;
     snapshot.updatedAt = m_services.clock->now();
+    snapshot.alert = m_activeAlert;
     try {
         m_services.snapshots->write(snapshot);
     } catch (const Error &error) {

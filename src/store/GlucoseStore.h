@@ -1,5 +1,6 @@
 #pragma once
 
+#include "AlertKind.h"
 #include "BuildInfo.h"
 #include "Cancellation.h"
 #include "Error.h"
@@ -7,6 +8,7 @@
 #include "GlucoseUnit.h"
 #include "LibreLinkUpClient.h"
 #include "RateLimitBackOff.h"
+#include "TargetRange.h"
 
 #include <QDateTime>
 #include <QList>
@@ -45,6 +47,10 @@ class GlucoseStore : public QObject
     Q_PROPERTY(std::optional<QString> savedEmail READ savedEmail NOTIFY savedEmailChanged)
     Q_PROPERTY(QDateTime now READ now NOTIFY nowChanged)
     Q_PROPERTY(bool credentialFailure READ credentialFailure NOTIFY credentialFailureChanged)
+    Q_PROPERTY(
+        glinta::TargetRange targetRange READ targetRange WRITE setTargetRange NOTIFY targetRangeChanged)
+    Q_PROPERTY(std::optional<glinta::AlertKind> activeAlert READ activeAlert WRITE setActiveAlert NOTIFY
+                   activeAlertChanged)
 
 public:
     struct Status
@@ -86,13 +92,11 @@ public:
         BuildInfo build;
     };
 
-    static constexpr double targetLowMgPerDl = 70.0;
-    static constexpr double targetHighMgPerDl = 180.0;
     static constexpr std::chrono::seconds pollInterval{60};
     static constexpr std::chrono::seconds clockInterval{60};
 
-    // Reads the unit, the saved e-mail and the app version the service last asked for, then the
-    // build-change check and the installed-update clean-up. Nothing runs until start().
+    // Reads the unit, the target range, the saved e-mail and the app version the service last asked for, then
+    // the build-change check and the installed-update clean-up. Nothing runs until start().
     explicit GlucoseStore(const Services &services, QObject *parent = nullptr);
     // A still picture of `snapshot` for image export: reads no preference, starts nothing, publishes
     // nothing.
@@ -112,10 +116,17 @@ public:
     std::optional<QString> savedEmail() const { return m_savedEmail; }
     QDateTime now() const { return m_now; }
     bool credentialFailure() const { return m_credentialFailure; }
+    TargetRange targetRange() const { return m_targetRange; }
+    // The alert shown while one holds; the alert monitor sets it.
+    std::optional<AlertKind> activeAlert() const { return m_activeAlert; }
     bool isPolling() const { return m_pollToken.has_value() && !m_pollToken->isCancelled(); }
 
     // Always writes the preference and republishes the snapshot, so the widget follows at once.
     void setUnit(GlucoseUnit unit);
+    // Like the unit: the preference, then the snapshot. The caller checks the range is one to allow.
+    void setTargetRange(const TargetRange &range);
+    // Republishes the snapshot on a change while signed in, so the status line carries the alert.
+    void setActiveAlert(std::optional<AlertKind> alert);
 
     // Never throws: the outcome shows in status, savedEmail and the other fields.
     QCoro::Task<void> signIn(QString email, QString password);
@@ -134,6 +145,8 @@ Q_SIGNALS:
     void savedEmailChanged();
     void nowChanged();
     void credentialFailureChanged();
+    void targetRangeChanged();
+    void activeAlertChanged();
 
 private:
     GlucoseStore(QObject *parent);
@@ -188,6 +201,8 @@ private:
     std::optional<QString> m_savedEmail;
     QDateTime m_now;
     bool m_credentialFailure = false;
+    TargetRange m_targetRange;
+    std::optional<AlertKind> m_activeAlert;
 
     // In memory only, never stored.
     std::optional<LibreLinkUpClient::Session> m_session;

@@ -4,6 +4,8 @@
 #include "Logging.h"
 #include "WidgetReloader.h"
 
+#include <QLocale>
+
 using namespace Qt::StringLiterals;
 
 namespace glinta {
@@ -30,6 +32,14 @@ QString Preferences::keyName(Key key)
         return u"serviceAppVersion"_s;
     case Key::alertState:
         return u"alertState"_s;
+    case Key::targetLowMgPerDl:
+        return u"targetLowMgPerDl"_s;
+    case Key::targetHighMgPerDl:
+        return u"targetHighMgPerDl"_s;
+    case Key::enabledAlerts:
+        return u"enabledAlerts"_s;
+    case Key::alertSound:
+        return u"alertSound"_s;
     }
     Q_UNREACHABLE();
     return {};
@@ -98,6 +108,63 @@ std::optional<QString> Preferences::alertState() const
 void Preferences::setAlertState(const QString &state)
 {
     setText(Key::alertState, state);
+}
+
+TargetRange Preferences::targetRange() const
+{
+    const auto number = [this](Key key) {
+        bool ok = false;
+        const double value = QLocale::c().toDouble(text(key).value_or(QString()), &ok);
+        return ok ? std::optional(value) : std::nullopt;
+    };
+    const std::optional<double> low = number(Key::targetLowMgPerDl);
+    const std::optional<double> high = number(Key::targetHighMgPerDl);
+    if (!low || !high)
+        return {};
+    const TargetRange range{*low, *high};
+    return range.problem() ? TargetRange() : range;
+}
+
+void Preferences::setTargetRange(const TargetRange &range)
+{
+    setText(Key::targetLowMgPerDl, QLocale::c().toString(range.lowMgPerDl, 'g', 17));
+    setText(Key::targetHighMgPerDl, QLocale::c().toString(range.highMgPerDl, 'g', 17));
+}
+
+AlertSettings Preferences::alertSettings() const
+{
+    AlertSettings settings;
+    settings.range = targetRange();
+    settings.unit = glucoseUnit();
+    // The kinds that are on, by name.
+    if (const std::optional<QString> stored = text(Key::enabledAlerts)) {
+        const QStringList on = stored->split(u',', Qt::SkipEmptyParts);
+        for (const AlertKind kind : allAlertKinds)
+            settings.enabled.insert(kind, on.contains(alertKindName(kind)));
+    }
+    return settings;
+}
+
+void Preferences::setAlertEnabled(AlertKind kind, bool enabled)
+{
+    AlertSettings settings = alertSettings();
+    settings.enabled.insert(kind, enabled);
+    QStringList on;
+    for (const AlertKind each : allAlertKinds) {
+        if (each != AlertKind::signedOut && settings.isEnabled(each))
+            on.append(alertKindName(each));
+    }
+    setText(Key::enabledAlerts, on.join(u','));
+}
+
+bool Preferences::alertSound() const
+{
+    return text(Key::alertSound) != u"false";
+}
+
+void Preferences::setAlertSound(bool sound)
+{
+    setText(Key::alertSound, sound ? u"true"_s : u"false"_s);
 }
 
 GlucoseUnit Preferences::glucoseUnit() const

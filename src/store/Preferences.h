@@ -1,6 +1,8 @@
 #pragma once
 
+#include "AlertEngine.h"
 #include "GlucoseUnit.h"
+#include "TargetRange.h"
 
 #include <QDateTime>
 #include <QObject>
@@ -33,6 +35,10 @@ public:
         lastUpdateCheckTime,
         serviceAppVersion,
         alertState,
+        targetLowMgPerDl,
+        targetHighMgPerDl,
+        enabledAlerts,
+        alertSound,
     };
     Q_ENUM(Key)
 
@@ -78,6 +84,18 @@ public:
     // What alerts remember (when each last went off, snoozes), as JSON text.
     std::optional<QString> alertState() const;
     void setAlertState(const QString &state);
+
+    // Both bounds in mg/dL; the default range when either is missing or unreadable, or the pair is not
+    // one the user could choose.
+    TargetRange targetRange() const;
+    void setTargetRange(const TargetRange &range);
+
+    // The user's range and alert switches.
+    AlertSettings alertSettings() const;
+    void setAlertEnabled(AlertKind kind, bool enabled);
+    // The notification's sound hint; on unless turned off.
+    bool alertSound() const;
+    void setAlertSound(bool sound);
 
     // A launch of a build other than the last one (or the very first launch) wakes the widgets, which
     // may still show what the previous copy of the program wrote.

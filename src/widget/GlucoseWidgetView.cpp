@@ -336,9 +336,7 @@ void GlucoseWidgetView::fill()
               style::TextStyle::caption2);
 
     m_parts.value->setText(format(snapshot.unit, latest.mgPerDl));
-    setTextColor(m_parts.value,
-                 style::rangeColour(
-                     glucoseRange(latest, snapshot.targetLowMgPerDl, snapshot.targetHighMgPerDl), colours));
+    setTextColor(m_parts.value, style::rangeColour(glucoseRange(latest, snapshot.targets), colours));
 
     m_parts.trend->setVisible(latest.trend.has_value());
     m_parts.trend->setText(latest.trend ? symbol(*latest.trend) : QString());
@@ -361,8 +359,7 @@ void GlucoseWidgetView::fill()
         for (QLabel *title : std::as_const(m_parts.statisticTitles))
             setTextColor(title, secondary);
         m_parts.average->setText(averageText(snapshot.history, snapshot.unit));
-        m_parts.inRange->setText(
-            inRangeText(snapshot.history, snapshot.targetLowMgPerDl, snapshot.targetHighMgPerDl));
+        m_parts.inRange->setText(inRangeText(snapshot.history, snapshot.targets));
         m_parts.readingCount->setText(readingCountText(snapshot.history));
         for (QLabel *value : {m_parts.average, m_parts.inRange, m_parts.readingCount})
             setTextColor(value, style::primaryText(colours));

@@ -22,7 +22,7 @@ const QString noDataText = u"\u2013"_s;
 // The widget's colour rule, against the snapshot's own target range.
 QString rangeClass(const GlucoseSnapshot &snapshot, const GlucoseReading &latest)
 {
-    switch (glucoseRange(latest, snapshot.targetLowMgPerDl, snapshot.targetHighMgPerDl)) {
+    switch (glucoseRange(latest, snapshot.targets)) {
     case GlucoseRange::low:
         return u"low"_s;
     case GlucoseRange::high:
@@ -41,7 +41,8 @@ QString statusLine(const GlucoseEntry &entry, StatusLineFormat format)
         entry.snapshot ? entry.snapshot->latest : std::optional<GlucoseReading>();
     const GlucoseUnit unit = entry.snapshot ? entry.snapshot->unit : GlucoseUnit::mgPerDl;
     // The status item's title without the update dot: the bar is not where updates are announced.
-    const MenuBarTitle title = menuBarTitle(latest, unit, entry.date, std::nullopt);
+    const MenuBarTitle title = menuBarTitle(latest, unit, entry.date, std::nullopt,
+                                            entry.snapshot ? entry.snapshot->alert : std::nullopt);
     const QString text = latest ? title.text : noDataText;
     if (format == StatusLineFormat::plain)
         return text;
@@ -54,9 +55,14 @@ QString statusLine(const GlucoseEntry &entry, StatusLineFormat format)
     } else {
         classes.append(u"none"_s);
     }
+    QString tooltip = title.accessibilityLabel;
+    if (!title.alert.isEmpty()) {
+        classes.append(u"alert"_s);
+        tooltip = title.alert + u'\n' + tooltip;
+    }
     const QJsonObject object{
         {u"text"_s, text},
-        {u"tooltip"_s, title.accessibilityLabel},
+        {u"tooltip"_s, tooltip},
         {u"class"_s, classes},
     };
     return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));

@@ -17,8 +17,9 @@ enum class StatusLineFormat
     // The status item's title, as in 124 ↗, or "–" without data.
     plain,
     // One compact JSON object for waybar's custom modules: "text" (the title), "tooltip" (what a screen
-    // reader says for the status item) and "class", a list: "low", "high" or "in-range", plus "stale"
-    // when the reading is more than 15 minutes older than the entry; "none" alone without data.
+    // reader says for the status item, after the alert's line while one holds) and "class", a list:
+    // "low", "high" or "in-range", plus "stale" when the reading is more than 15 minutes older than the
+    // entry; "none" without data; and "alert" while Glinta shows an alert.
     waybar,
 };
 

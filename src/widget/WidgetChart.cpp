@@ -70,14 +70,13 @@ void WidgetChart::setSnapshot(const GlucoseSnapshot &snapshot)
 {
     m_history = snapshot.history;
     m_unit = snapshot.unit;
-    m_targetLowMgPerDl = snapshot.targetLowMgPerDl;
-    m_targetHighMgPerDl = snapshot.targetHighMgPerDl;
+    m_targets = snapshot.targets;
     update();
 }
 
 GlucoseChartDomain WidgetChart::yDomain() const
 {
-    return chartYDomain(m_history, m_unit);
+    return chartYDomain(m_history, m_unit, m_targets);
 }
 
 int WidgetChart::timeAxisHeight() const
@@ -151,11 +150,11 @@ void WidgetChart::paintEvent(QPaintEvent *)
     painter.setPen(Qt::NoPen);
     painter.setBrush(withOpacity(style::green(colours), bandOpacity));
     painter.drawRect(
-        QRectF(QPointF(x(first), y(m_targetHighMgPerDl)), QPointF(x(last), y(m_targetLowMgPerDl))));
+        QRectF(QPointF(x(first), y(m_targets.highMgPerDl)), QPointF(x(last), y(m_targets.lowMgPerDl))));
 
     // Straight lines through every vertex, so that neighbouring segments meet exactly on the red line.
     painter.setBrush(Qt::NoBrush);
-    for (const GlucoseChartSegment &segment : chartSegments(m_history, m_targetLowMgPerDl)) {
+    for (const GlucoseChartSegment &segment : chartSegments(m_history, m_targets.lowMgPerDl)) {
         QPolygonF line;
         line.reserve(segment.points.size());
         for (const GlucoseChartPoint &point : segment.points)

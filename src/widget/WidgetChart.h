@@ -41,8 +41,7 @@ private:
     bool m_showsTimeAxis;
     QList<GlucoseReading> m_history;
     GlucoseUnit m_unit = GlucoseUnit::mgPerDl;
-    double m_targetLowMgPerDl = targetLowMgPerDl;
-    double m_targetHighMgPerDl = targetHighMgPerDl;
+    TargetRange m_targets;
 };
 
 } // namespace glinta

@@ -1,36 +1,13 @@
 #include "DesktopNotifier.h"
+#include "FakeNotifications.h"
 #include "PrivateSessionBus.h"
 
-#include <QDBusMessage>
 #include <QSignalSpy>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 using namespace glinta;
-
-// A notification server that only records what it is asked, a line a call.
-class FakeNotifications : public QObject
-{
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
-
-public:
-    QStringList calls;
-
-public Q_SLOTS:
-    uint Notify(const QString &, uint replaces, const QString &, const QString &summary, const QString &body,
-                const QStringList &actions, const QVariantMap &hints, int)
-    {
-        calls.append(
-            u"%1 %2 | %3 | %4 | urgency %5 %6 %7"_s.arg(replaces)
-                .arg(summary, body, actions.join(u','))
-                .arg(hints.value(u"urgency"_s).toInt())
-                .arg(hints.value(u"category"_s).toString(), hints.value(u"sound-name"_s).toString()));
-        return replaces ? replaces : uint(40 + calls.size());
-    }
-    void CloseNotification(uint id) { calls.append(u"close %1"_s.arg(id)); }
-};
 
 class TestDesktopNotifier : public QObject
 {
@@ -45,12 +22,12 @@ private Q_SLOTS:
         QVERIFY(bus.start());
         QDBusConnection server = QDBusConnection::connectToBus(bus.address(), u"server"_s);
         FakeNotifications fake;
-        QVERIFY(server.registerObject(u"/org/freedesktop/Notifications"_s, &fake,
-                                      QDBusConnection::ExportAllSlots));
-        QVERIFY(server.registerService(u"org.freedesktop.Notifications"_s));
+        QVERIFY(fake.serveOn(server));
 
         QList<QString> fallen;
-        DesktopNotifier notifier(bus.connection(), [&fallen](const DesktopNotifier::Notice &notice) {
+        QImage icon(4, 4, QImage::Format_ARGB32);
+        icon.fill(Qt::red);
+        DesktopNotifier notifier(bus.connection(), icon, [&fallen](const DesktopNotifier::Notice &notice) {
             fallen.append(notice.summary);
         });
         QSignalSpy snoozes(&notifier, &DesktopNotifier::snoozeRequested);
@@ -61,17 +38,15 @@ private Q_SLOTS:
         notifier.show(AlertKind::low, {u"Low: 60 ↘"_s, u"Ann Lee · 1 min ago"_s, true, true});
         notifier.close(AlertKind::low);
         const QString actions = u"snooze-30,Snooze 30 min,snooze-120,Snooze 2 h"_s;
-        QTRY_COMPARE(fake.calls, (QStringList{u"0 Low: 62 ↘ | Ann Lee · 2 min ago | "_s + actions +
-                                                  u" | urgency 2 device dialog-warning"_s,
-                                              u"0 High: 190 ↗ | Ann Lee · 1 min ago | "_s + actions +
-                                                  u" | urgency 1 device "_s,
-                                              u"41 Low: 60 ↘ | Ann Lee · 1 min ago | "_s + actions +
-                                                  u" | urgency 2 device dialog-warning"_s,
+        QTRY_COMPARE(fake.calls, (QStringList{u"41 <- 0 Low: 62 ↘ | Ann Lee · 2 min ago | "_s + actions +
+                                                  u" | urgency 2 device dialog-warning icon"_s,
+                                              u"42 <- 0 High: 190 ↗ | Ann Lee · 1 min ago | "_s + actions +
+                                                  u" | urgency 1 device  icon"_s,
+                                              u"41 <- 41 Low: 60 ↘ | Ann Lee · 1 min ago | "_s + actions +
+                                                  u" | urgency 2 device dialog-warning icon"_s,
                                               u"close 41"_s}));
 
-        server.send(QDBusMessage::createSignal(u"/org/freedesktop/Notifications"_s,
-                                               u"org.freedesktop.Notifications"_s, u"ActionInvoked"_s)
-                    << 42u << u"snooze-120"_s);
+        QVERIFY(fake.invokeAction(42, u"snooze-120"_s));
         QTRY_COMPARE(snoozes.count(), 1);
         QCOMPARE(snoozes.at(0).at(0).value<AlertKind>(), AlertKind::high);
         QCOMPARE(snoozes.at(0).at(1).value<std::chrono::minutes>(), 120min);

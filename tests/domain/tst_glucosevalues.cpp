@@ -29,24 +29,16 @@ const auto mg = GlucoseUnit::mgPerDl;
 const auto mmol = GlucoseUnit::mmolPerL;
 const double NaN = std::numeric_limits<double>::quiet_NaN();
 
-GlucoseReading reading(QDate day, QTime time, double mgPerDl, std::optional<TrendArrow> trend = {},
+// Every time in these tests is an offset in seconds from the snapshot file's reference date.
+QDateTime at(double seconds)
+{
+    return QDateTime(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC).addMSecs(qRound64(seconds * 1000));
+}
+
+GlucoseReading reading(double seconds, double mgPerDl, std::optional<TrendArrow> trend = {},
                        bool isHigh = false, bool isLow = false)
 {
-    return GlucoseReading{QDateTime(day, time, Qt::UTC), mgPerDl, trend, isHigh, isLow};
-}
-
-// Every time in these tests is an offset in seconds from 10:00.
-QDateTime at(qint64 seconds)
-{
-    return QDateTime(QDate(2024, 5, 1), QTime(10, 0), Qt::UTC).addSecs(seconds);
-}
-
-QList<GlucoseReading> timed(std::initializer_list<std::pair<qint64, double>> points)
-{
-    QList<GlucoseReading> history;
-    for (const auto &[seconds, value] : points)
-        history.append(GlucoseReading{at(seconds), value, {}, false, false});
-    return history;
+    return GlucoseReading{at(seconds), mgPerDl, trend, isHigh, isLow};
 }
 
 // Readings five minutes apart, as the sensor reports them.
@@ -54,7 +46,7 @@ QList<GlucoseReading> values(std::initializer_list<double> mgPerDl)
 {
     QList<GlucoseReading> history;
     for (const double value : mgPerDl)
-        history.append(GlucoseReading{at(300 * history.size()), value, {}, false, false});
+        history.append(reading(300.0 * history.size(), value));
     return history;
 }
 
@@ -159,12 +151,10 @@ private Q_SLOTS:
         QTest::addColumn<GlucoseReading>("reading");
 
         // The exact text, with and without a trend, is the snapshot file's (tst_sharedsnapshotstore).
-        const QDate reference(2001, 1, 1);
-        QTest::newRow("just before reference date")
-            << reading(QDate(2000, 12, 31), QTime(23, 59, 59, 999), 100.0, TrendArrow::rising, true);
+        QTest::newRow("just before reference date") << reading(-0.001, 100.0, TrendArrow::rising, true);
         // 1.001 * 1000 lands just below 1001, so truncating to milliseconds would lose one.
-        QTest::newRow("1.001 s after reference") << reading(reference, QTime(0, 0, 1, 1), 100.0);
-        QTest::newRow("inexact double") << reading(reference, QTime(0, 0), 0.1 + 0.2, {}, false, true);
+        QTest::newRow("1.001 s after reference") << reading(1.001, 100.0);
+        QTest::newRow("inexact double") << reading(0, 0.1 + 0.2, {}, false, true);
     }
 
     void jsonRoundTrip()
@@ -217,55 +207,46 @@ private Q_SLOTS:
         }
     }
 
-    void texts_data()
+    // The statistics row and the chart's top, from the history as the store keeps it.
+    void figures_data()
     {
         QTest::addColumn<QList<GlucoseReading>>("history");
         QTest::addColumn<GlucoseUnit>("unit");
         QTest::addColumn<QString>("average");
         QTest::addColumn<QString>("inRange");
         QTest::addColumn<QString>("count");
+        QTest::addColumn<double>("top"); // mg/dL; the bottom is always 40
 
-        QTest::newRow("empty") << QList<GlucoseReading>() << mg << enDash << enDash << u"0"_s;
-        QTest::newRow("bounds inclusive") << values({70, 180}) << mg << u"125"_s << u"100%"_s << u"2"_s;
-        QTest::newRow("just outside") << values({69.9, 180.1}) << mg << u"125"_s << u"0%"_s << u"2"_s;
-        QTest::newRow("one of three") << values({100, 50, 250}) << mg << u"133"_s << u"33%"_s << u"3"_s;
+        QTest::newRow("empty") << QList<GlucoseReading>() << mg << enDash << enDash << u"0"_s << 220.0;
+        QTest::newRow("bounds inclusive")
+            << values({70, 180}) << mg << u"125"_s << u"100%"_s << u"2"_s << 220.0;
+        QTest::newRow("just outside")
+            << values({69.9, 180.1}) << mg << u"125"_s << u"0%"_s << u"2"_s << 220.0;
         QTest::newRow("one of eight, 12.5")
-            << values({100, 50, 50, 50, 50, 50, 50, 50}) << mg << u"56"_s << u"13%"_s << u"8"_s;
-        QTest::newRow("NaN is out of range") << values({100, NaN}) << mg << enDash << u"50%"_s << u"2"_s;
+            << values({100, 50, 50, 50, 50, 50, 50, 50}) << mg << u"56"_s << u"13%"_s << u"8"_s << 220.0;
+        QTest::newRow("one of three")
+            << values({100, 50, 250}) << mg << u"133"_s << u"33%"_s << u"3"_s << 270.0;
+        // A NaN counts as a reading out of range, and never becomes the top, first or last.
+        QTest::newRow("NaN") << values({NaN, 100, 250, 120, NaN}) << mg << enDash << u"40%"_s << u"5"_s
+                             << 270.0;
         // 100.5 from the stored values; rounding each reading first would give 100.
         QTest::newRow("fractions kept")
-            << values({100.25, 100.25, 101}) << mg << u"101"_s << u"100%"_s << u"3"_s;
+            << values({100.25, 100.25, 101}) << mg << u"101"_s << u"100%"_s << u"3"_s << 220.0;
         // 100.25 is 5.56 mmol/L; rounded to mg/dL first it would be 5.5.
-        QTest::newRow("mmol/L") << values({100, 100.5}) << mmol << u"5.6"_s << u"100%"_s << u"2"_s;
+        QTest::newRow("mmol/L") << values({100, 100.5}) << mmol << u"5.6"_s << u"100%"_s << u"2"_s << 220.0;
     }
 
-    void texts()
+    void figures()
     {
         QFETCH(QList<GlucoseReading>, history);
         QFETCH(GlucoseUnit, unit);
 
         QTEST(averageText(history, unit), "average");
-        QTEST(inRangeText(history), "inRange");
+        QTEST(inRangeText(history, {}), "inRange");
         QTEST(readingCountText(history), "count");
-    }
-
-    void yDomain_data()
-    {
-        QTest::addColumn<QList<GlucoseReading>>("history");
-        QTest::addColumn<double>("upper");
-
-        QTest::newRow("empty") << QList<GlucoseReading>() << 220.0;
-        QTest::newRow("all low") << values({45, 39}) << 220.0;
-        QTest::newRow("highest 250, NaN never the top") << values({NaN, 100, 250, 120, NaN}) << 270.0;
-    }
-
-    void yDomain()
-    {
-        QFETCH(QList<GlucoseReading>, history);
-
         const GlucoseChartDomain domain = chartYDomain(history, mg);
         QCOMPARE(domain.lower, 40.0);
-        QTEST(domain.upper, "upper");
+        QTEST(domain.upper, "top");
     }
 
     void segments_data()
@@ -285,7 +266,7 @@ private Q_SLOTS:
                                     << QList{segment(0, false, {{0, 70}}),
                                              segment(1, true, {{0, 70}, {300, 65}})};
         QTest::newRow("repeated and earlier dates left out")
-            << timed({{0, 100}, {0, 110}, {-60, 115}, {300, 120}}) << 70.0
+            << QList{reading(0, 100), reading(0, 110), reading(-60, 115), reading(300, 120)} << 70.0
             << QList{segment(0, false, {{0, 100}, {300, 120}})};
         // Crossings a half and two thirds of the way along.
         QTest::newRow("red line of 100") << values({90, 110, 95}) << 100.0

@@ -5,6 +5,8 @@
 //
 // The pauses between cycles are a minute; libfaketime runs the program's clock ten times faster (its
 // timerfd pauses included), so a cycle takes six seconds of the test's time.
+#include "AlertEngine.h"
+#include "FakeNotifications.h"
 #include "GlintaProcess.h"
 #include "GlucoseSnapshot.h"
 #include "KeychainStore.h"
@@ -27,6 +29,18 @@ namespace {
 const QString fakeTimeLibrary = u"/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1"_s;
 // Six cycles of the program's time; enough for a slow sanitizer build.
 constexpr int cycleTimeout = 40000;
+
+// The program that `environment` starts runs on the clock in `clockFile`, through libfaketime.
+void useFakeTime(QProcessEnvironment &environment, const QString &clockFile)
+{
+    environment.insert(u"LD_PRELOAD"_s, fakeTimeLibrary);
+    environment.insert(u"FAKETIME_TIMESTAMP_FILE"_s, clockFile);
+    environment.insert(u"FAKETIME_NO_CACHE"_s, u"1"_s);
+    // Only the wall clock moves; a monotonic clock that jumped back would stall every Qt timer.
+    environment.insert(u"FAKETIME_DONT_FAKE_MONOTONIC"_s, u"1"_s);
+    // The sanitizer runtime wants to come first; libfaketime in front of it is harmless here.
+    environment.insert(u"ASAN_OPTIONS"_s, u"detect_leaks=0:verify_asan_link_order=0"_s);
+}
 
 quint16 freePort()
 {
@@ -64,6 +78,7 @@ public:
             m_port = freePort();
         if (m_port == 0)
             return false;
+        m_process.setProcessEnvironment(environment);
         m_process.start(QStringLiteral(GLINTA_SIM_PROGRAM),
                         QStringList{u"--port"_s, QString::number(m_port), u"--account"_s, m_account,
                                     u"--address-file"_s, m_addressFile} +
@@ -102,6 +117,8 @@ public:
         m_process.kill();
         m_process.waitForFinished(5000);
     }
+
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
 
 private:
     QString m_account;
@@ -147,13 +164,7 @@ class TestFaultDrills : public QObject
     {
         setClock(clockFile, "+0 " + speed);
         glinta.setPreference(u"libreLinkUpEmail"_s, m_email);
-        glinta.environment.insert(u"LD_PRELOAD"_s, fakeTimeLibrary);
-        glinta.environment.insert(u"FAKETIME_TIMESTAMP_FILE"_s, clockFile);
-        glinta.environment.insert(u"FAKETIME_NO_CACHE"_s, u"1"_s);
-        // Only the wall clock moves; a monotonic clock that jumped back would stall every Qt timer.
-        glinta.environment.insert(u"FAKETIME_DONT_FAKE_MONOTONIC"_s, u"1"_s);
-        // The sanitizer runtime wants to come first; libfaketime in front of it is harmless here.
-        glinta.environment.insert(u"ASAN_OPTIONS"_s, u"detect_leaks=0:verify_asan_link_order=0"_s);
+        useFakeTime(glinta.environment, clockFile);
         glinta.process().setProcessEnvironment(glinta.environment);
         if (wrapper.isEmpty())
             glinta.process().start(QStringLiteral(GLINTA_PROGRAM), QStringList());
@@ -419,11 +430,15 @@ private Q_SLOTS:
             QVERIFY(sim.control(u"fault"_s, fault));
         }
 
-        // Each fault fails its cycles without touching what was published, and the loop goes on; the
-        // cycle after the last one publishes again. A cycle is 0.6 s here, a slow one with a 16 MiB body
-        // under the sanitizers a few times that.
+        // Each fault fails its cycles without touching the reading published, and the loop goes on; the
+        // cycle after the last one publishes a newer one. (The no-readings alert that goes off meanwhile
+        // publishes the old one again.) A cycle is 0.6 s here, a slow one with a 16 MiB body under the
+        // sanitizers a few times that.
         const bool recovered = QTest::qWaitFor(
-            [&] { return readSnapshot(glinta.snapshotPath()).value_or(before).updatedAt > before.updatedAt; },
+            [&] {
+                const GlucoseSnapshot now = readSnapshot(glinta.snapshotPath()).value_or(before);
+                return now.latest && now.latest->date > before.latest->date;
+            },
             600000);
         QVERIFY2(recovered, qPrintable(glinta.output()));
         const QStringList failures =
@@ -444,6 +459,72 @@ private Q_SLOTS:
                                   qPrintable(glinta.output()), cycleTimeout);
         QCOMPARE(glinta.output().split(u'\n').filter(u"Refresh failed: "_s).size() - failuresBefore, failing);
         verifyNothingLost(glinta);
+    }
+
+    // A low that holds, with the program's clock and the service's both a hundred times faster: the Low
+    // notification goes off, comes again in its place after 15 minutes, goes on a snooze and stays away for
+    // its 30 minutes, then closes when the value is back in range.
+    void lowAlertNotifies()
+    {
+        FakeNotifications notifications;
+        QVERIFY(notifications.serveOn(QDBusConnection::connectToBus(
+            qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS"), u"notification-server"_s)));
+        GlintaProcess glinta;
+        SimProcess sim(account(), glinta.configDirectory() + u"/service-address.json"_s);
+        // A clock file of its own: the program's is rewritten under it at the launch.
+        const QString simClock = m_scratch.filePath(u"clock-low-service"_s);
+        setClock(simClock, "+0 x100");
+        useFakeTime(sim.environment, simClock);
+        QVERIFY(sim.start());
+        QVERIFY(sim.control(u"glucose"_s, {{u"from"_s, 110}, {u"to"_s, 62}, {u"minutes"_s, 5}}));
+        launch(glinta, m_scratch.filePath(u"clock-low"_s), QStringList(), "x100");
+
+        // "41 <- 0 Low" for a Low notification handed id 41 in place of none, or "close 41".
+        const auto calls = [&notifications] {
+            QStringList result;
+            for (const QString &call : std::as_const(notifications.calls))
+                result.append(call.section(u':', 0, 0));
+            return result;
+        };
+        // By the program's own clock, as it keeps it for a restart.
+        const auto lowState = [&glinta] {
+            const QSettings settings(glinta.configDirectory() + u"/glinta.conf"_s, QSettings::IniFormat);
+            const AlertState state = decodeAlertState(settings.value(u"alertState"_s).toString().toUtf8());
+            return std::pair(state.lastRaised.value(AlertKind::low),
+                             state.snoozedUntil.value(AlertKind::low));
+        };
+        QStringList expected{u"41 <- 0 Low"_s};
+        QTRY_COMPARE_WITH_TIMEOUT(calls(), expected, cycleTimeout);
+        QVERIFY2(notifications.calls.first().contains(
+                     u" | snooze-30,Snooze 30 min,snooze-120,Snooze 2 h | urgency 2 device "_s),
+                 qPrintable(notifications.calls.first()));
+        QTRY_VERIFY(lowState().first.isValid());
+        const QDateTime raised = lowState().first;
+
+        expected.append(u"41 <- 41 Low"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(calls(), expected, 2 * cycleTimeout);
+        QTRY_VERIFY(lowState().first != raised);
+        const QDateTime again = lowState().first;
+        QVERIFY2(raised.secsTo(again) >= 15 * 60 && raised.secsTo(again) < 17 * 60,
+                 qPrintable(u"again after %1 s"_s.arg(raised.secsTo(again))));
+
+        QVERIFY(notifications.invokeAction(41, u"snooze-30"_s));
+        expected.append(u"close 41"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(calls(), expected, cycleTimeout);
+        const QDateTime snoozedUntil = lowState().second;
+        const qint64 snoozed = again.secsTo(snoozedUntil);
+        QVERIFY2(snoozed >= 30 * 60 && snoozed < 32 * 60, qPrintable(u"snoozed for %1 s"_s.arg(snoozed)));
+
+        // The low still holds when the snooze ends: a new notification, since the old one was closed.
+        expected.append(u"44 <- 0 Low"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(calls(), expected, 3 * cycleTimeout);
+        QTRY_VERIFY(lowState().first != again);
+        const qint64 late = snoozedUntil.secsTo(lowState().first);
+        QVERIFY2(late >= 0 && late < 2 * 60, qPrintable(u"%1 s after the snooze"_s.arg(late)));
+
+        QVERIFY(sim.control(u"glucose"_s, {{u"to"_s, 110}, {u"minutes"_s, 2}}));
+        expected.append(u"close 44"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(calls(), expected, cycleTimeout);
     }
 };
 

@@ -28,9 +28,11 @@ GlucoseReading reading(int minutes, double mgPerDl)
 }
 
 // The latest reading is taken at the last history date.
-std::unique_ptr<GlucoseStore> storeWith(const QList<GlucoseReading> &history, double latest)
+std::unique_ptr<GlucoseStore> storeWith(const QList<GlucoseReading> &history, double latest,
+                                        const TargetRange &targets = {})
 {
     GlucoseSnapshot snapshot;
+    snapshot.targets = targets;
     snapshot.history = history;
     snapshot.latest =
         GlucoseReading{history.value(history.size() - 1, reading(0, 0)).date, latest, {}, false, false};
@@ -78,21 +80,28 @@ private Q_SLOTS:
         QTest::addColumn<QList<GlucoseReading>>("history");
         QTest::addColumn<double>("latest");
         QTest::addColumn<QStringList>("tones");
+        QTest::addColumn<double>("low");
+        QTest::addColumn<double>("high");
         QTest::newRow("stays above, latest exactly 70")
             << QList{reading(0, 100), reading(5, 70), reading(10, 200)} << 70.0
-            << QStringList{u"accent"_s, u"dot accent"_s};
+            << QStringList{u"accent"_s, u"dot accent"_s} << 70.0 << 180.0;
         QTest::newRow("dips and recovers, latest 69.9")
             << QList{reading(0, 100), reading(10, 60), reading(20, 50), reading(30, 100)} << 69.9
-            << QStringList{u"accent"_s, u"red"_s, u"accent"_s, u"dot red"_s};
+            << QStringList{u"accent"_s, u"red"_s, u"accent"_s, u"dot red"_s} << 70.0 << 180.0;
         QTest::newRow("starts below") << QList{reading(0, 55), reading(10, 85)} << 85.0
-                                      << QStringList{u"red"_s, u"accent"_s, u"dot accent"_s};
+                                      << QStringList{u"red"_s, u"accent"_s, u"dot accent"_s} << 70.0 << 180.0;
+        QTest::newRow("own range: red below its low, latest 79.9")
+            << QList{reading(0, 100), reading(10, 75), reading(20, 100)} << 79.9
+            << QStringList{u"accent"_s, u"red"_s, u"accent"_s, u"dot red"_s} << 80.0 << 250.0;
     }
 
     void marks()
     {
         QFETCH(QList<GlucoseReading>, history);
         QFETCH(double, latest);
-        auto store = storeWith(history, latest);
+        QFETCH(double, low);
+        QFETCH(double, high);
+        auto store = storeWith(history, latest, {low, high});
         GlucoseChartView view(store.get());
         const QPalette palette = style::darkPalette();
         view.setPalette(palette);
@@ -100,8 +109,8 @@ private Q_SLOTS:
         const qreal end = qreal(history.last().date.toMSecsSinceEpoch());
         const QList<QAbstractSeries *> all = view.chart()->series();
         const auto *band = qobject_cast<QAreaSeries *>(all.first());
-        QCOMPARE(band->upperSeries()->points(), (QList<QPointF>{{start, 180}, {end, 180}}));
-        QCOMPARE(band->lowerSeries()->points().first().y(), 70.0);
+        QCOMPARE(band->upperSeries()->points(), (QList<QPointF>{{start, high}, {end, high}}));
+        QCOMPARE(band->lowerSeries()->points().first().y(), low);
         QStringList tones;
         for (QAbstractSeries *series : all.mid(1)) {
             const QColor colour = static_cast<QXYSeries *>(series)->color();

@@ -140,7 +140,8 @@ private Q_SLOTS:
         windows->declare(u"login"_s, u"Sign In to Glinta"_s,
                          [this] { return new LoginView(live->store.get(), windows.get()); });
         windows->declare(u"settings"_s, u"Glinta Settings"_s, [this] {
-            return new SettingsView(live->store.get(), loginItem.get(), windows.get());
+            return new SettingsView(live->store.get(), live->preferences.get(), loginItem.get(),
+                                    windows.get());
         });
     }
 
@@ -228,6 +229,33 @@ private Q_SLOTS:
                 !shows(&dashboard, u"signInAgain"_s));
         QCOMPARE(failure->text(), live->store->status().message);
         QCOMPARE(text(&dashboard, u"value"_s), value);
+    }
+
+    // The user's range colours the value and counts "In range"; the alert line follows the store's alert,
+    // and Snooze asks for the one shown.
+    void alertLineAndRange()
+    {
+        const auto store = fixedStore(GlucoseReading{taken, 75, TrendArrow::falling, false, false});
+        DashboardView dashboard(store.get(), nullptr, false, nullptr);
+        QSignalSpy snoozes(&dashboard, &DashboardView::snoozeRequested);
+        dashboard.show();
+        const auto valueColour = [&] {
+            return dashboard.findChild<QLabel *>(u"value"_s)->palette().color(QPalette::WindowText);
+        };
+        QVERIFY(!shows(&dashboard, u"alert"_s));
+        QCOMPARE(valueColour(), style::primaryText(dashboard.palette()));
+        store->setTargetRange({80, 250});
+        QCOMPARE(valueColour(), style::red(dashboard.palette()));
+        QCOMPARE(text(&dashboard, u"inRange"_s), u"0%"_s);
+
+        store->setActiveAlert(AlertKind::low);
+        QCOMPARE(dashboard.findChild<SymbolLabel *>(u"alert"_s)->text(), u"Low: 75 ↘"_s);
+        dashboard.findChild<QToolButton *>(u"snooze"_s)->menu()->actions().at(1)->trigger();
+        QCOMPARE(snoozes.size(), 1);
+        QCOMPARE(snoozes[0][0].value<AlertKind>(), AlertKind::low);
+        QCOMPARE(snoozes[0][1].value<std::chrono::minutes>(), std::chrono::minutes(120));
+        store->setActiveAlert(std::nullopt);
+        QVERIFY(!shows(&dashboard, u"alert"_s));
     }
 
     void unitPicker()
@@ -513,6 +541,113 @@ private Q_SLOTS:
         QCOMPARE(live->store->savedEmail().has_value(), !signsOut);
         QTest::qWait(20);
         QTRY_COMPARE(windows->window(u"settings"_s) == nullptr, signsOut);
+    }
+
+    // A figure is read in the shown unit and saved in whole mg/dL; a refused one says why under its field,
+    // keeps its text and saves nothing. The store's next range replaces either.
+    void targetRangeEntry_data()
+    {
+        QTest::addColumn<GlucoseUnit>("unit");
+        QTest::addColumn<QString>("low");
+        QTest::addColumn<QString>("high");
+        QTest::addColumn<QString>("outcome"); // the stored range (80-250 before), then each red line
+        const auto [mg, mmol] = allGlucoseUnits;
+        const QString lowMg = u"80-250|Between 54 and 120 mg/dL|"_s;
+        const QString lowMmol = u"80-250|Between 3.0 and 6.6 mmol/L|"_s;
+        QTest::newRow("53") << mg << u"53"_s << u"180"_s << lowMg;
+        QTest::newRow("54") << mg << u"54"_s << u"180"_s << u"54-180||"_s;
+        QTest::newRow("120") << mg << u"120"_s << u"180"_s << u"120-180||"_s;
+        QTest::newRow("121") << mg << u"121"_s << u"180"_s << lowMg;
+        QTest::newRow("abc") << mg << u"abc"_s << u"180"_s << lowMg;
+        QTest::newRow("300") << mg << u" 70"_s << u"300"_s << u"70-300||"_s;
+        QTest::newRow("53 and 301") << mg << u"53"_s << u"301"_s
+                                    << u"80-250|Between 54 and 120 mg/dL|Between 120 and 300 mg/dL"_s;
+        QTest::newRow("9 apart") << mg << u"111"_s << u"120"_s
+                                 << u"80-250|At least 10 mg/dL below the high|"_s;
+        QTest::newRow("10 apart") << mg << u"110"_s << u"120"_s << u"110-120||"_s;
+        QTest::newRow("3.9 is 70") << mmol << u"3.9"_s << u"11.1"_s << u"70-200||"_s;
+        QTest::newRow("5,5") << mmol << u"5,5"_s << u"10.0"_s << u"99-180||"_s;
+        QTest::newRow("2.9") << mmol << u"2.9"_s << u"10.0"_s << lowMmol;
+        QTest::newRow("3.0") << mmol << u"3.0"_s << u"10.0"_s << u"54-180||"_s;
+        QTest::newRow("6.6") << mmol << u"6.6"_s << u"10.0"_s << u"119-180||"_s;
+        QTest::newRow("6.7") << mmol << u"6.7"_s << u"10.0"_s << lowMmol;
+        QTest::newRow("16.7") << mmol << u"3.9"_s << u"16.7"_s << u"80-250||Between 6.7 and 16.6 mmol/L"_s;
+        QTest::newRow("0.1 apart") << mmol << u"6.6"_s << u"6.7"_s
+                                   << u"80-250|At least 0.6 mmol/L below the high|"_s;
+        QTest::newRow("4.4 as shown stays 80, typed is 79") << mmol << u"4.4"_s << u"13.9"_s << u"80-250||"_s;
+    }
+
+    void targetRangeEntry()
+    {
+        QFETCH(GlucoseUnit, unit);
+        QFETCH(QString, low);
+        QFETCH(QString, high);
+        live->store->setUnit(unit);
+        live->store->setTargetRange({80, 250});
+        QVERIFY(open(u"settings"_s));
+        auto *lowField = window->findChild<QLineEdit *>(u"targetLow"_s);
+        lowField->setText(low);
+        window->findChild<QLineEdit *>(u"targetHigh"_s)->setText(high);
+        QTest::keyClick(window->findChild<QLineEdit *>(u"targetHigh"_s), Qt::Key_Return);
+        const TargetRange saved = live->store->targetRange();
+        QString outcome = u"%1-%2"_s.arg(saved.lowMgPerDl).arg(saved.highMgPerDl);
+        for (const QString &name : {u"targetLowProblem"_s, u"targetHighProblem"_s})
+            outcome += u'|' + (shows(window, name) ? text(window, name) : QString());
+        QTEST(outcome, "outcome");
+        QCOMPARE(lowField->accessibleDescription(), text(window, u"targetLowProblem"_s));
+        QCOMPARE(lowField->text(), (saved == TargetRange{80, 250} ? low : format(unit, saved.lowMgPerDl)));
+        live->store->setTargetRange({90, 250});
+        QCOMPARE(lowField->text() + text(window, u"targetLowProblem"_s), format(unit, 90));
+    }
+
+    // Each switch writes its preference and follows it; turning urgent low off asks first, and only
+    // "Turn Off" does it.
+    void alertSwitches_data()
+    {
+        QTest::addColumn<QString>("answer"); // empty: Escape
+        QTest::addColumn<bool>("urgentLowOn");
+        QTest::newRow("Turn Off") << u"Turn Off"_s << false;
+        QTest::newRow("Cancel") << u"Cancel"_s << true;
+        QTest::newRow("Escape") << QString() << true;
+    }
+
+    void alertSwitches()
+    {
+        QFETCH(QString, answer);
+        QFETCH(bool, urgentLowOn);
+        QVERIFY(open(u"settings"_s));
+        live->store->setUnit(GlucoseUnit::mmolPerL);
+        // Top to bottom, by keyboard too, in the unit just picked.
+        QStringList order;
+        QWidget *first = named<QCheckBox>(window, u"Launch Glinta at login"_s);
+        for (QWidget *widget = first; (widget = widget->nextInFocusChain()) != first;) {
+            if (widget->isVisible() && (widget->focusPolicy() & Qt::TabFocus))
+                order.append(widget->property("text").toString());
+        }
+        QCOMPARE(order, (QStringList{u"3.9"_s, u"10.0"_s, u"Urgent low (below 3.0 mmol/L)"_s,
+                                     u"Low (below the target range)"_s, u"High (above the target range)"_s,
+                                     u"Falling fast (\u2193)"_s, u"Rising fast (\u2191)"_s,
+                                     u"No new readings for 20 minutes"_s, u"Play a sound"_s}));
+        clickToggle(window->findChild<QCheckBox *>(u"alert_risingFast"_s));
+        live->preferences->setAlertSound(false);
+        QVERIFY(live->preferences->alertSettings().isEnabled(AlertKind::risingFast) &&
+                !window->findChild<QCheckBox *>(u"alertSound"_s)->isChecked());
+
+        auto *urgent = window->findChild<QCheckBox *>(u"alert_urgentLow"_s);
+        clickToggle(urgent);
+        const QPointer<QMessageBox> alert = window->findChild<SettingsView *>()->urgentLowAlert();
+        QVERIFY(alert && QTest::qWaitForWindowExposed(alert) && urgent->isChecked());
+        QCOMPARE(
+            alert->text() + u'|' + alert->informativeText(),
+            u"Turn off urgent low alerts?|Glinta will no longer alert you when glucose falls below 3.0 mmol/L."_s);
+        QCOMPARE(alert->defaultButton(), named<QPushButton>(alert, u"Cancel"_s));
+        if (answer.isEmpty())
+            QTest::keyClick(alert, Qt::Key_Escape);
+        else
+            QTest::mouseClick(named<QPushButton>(alert, answer), Qt::LeftButton);
+        QTRY_VERIFY(!alert);
+        QCOMPARE(live->preferences->alertSettings().isEnabled(AlertKind::urgentLow), urgentLowOn);
+        QCOMPARE(urgent->isChecked(), urgentLowOn);
     }
 
     // Newest first, in the wording they shipped with: the warning sign keeps its text-style selector and

@@ -144,15 +144,19 @@ private Q_SLOTS:
         snapshot.history = {{at(2670.25), 112.35, {}, false, true}, *snapshot.latest};
         snapshot.unit = GlucoseUnit::mmolPerL;
         snapshot.connectionName = u"Ana / Bo"_s;
+        snapshot.targets = {80, 250.5};
         snapshot.updatedAt = at(3600);
+        snapshot.alert = AlertKind::urgentLow;
         const QByteArray text =
             R"({"latest":{"date":3570,"mgPerDl":124,"trend":3,"isHigh":false,"isLow":false},)"
             R"("history":[{"date":2670.25,"mgPerDl":112.35,"isHigh":false,"isLow":true},)"
             R"({"date":3570,"mgPerDl":124,"trend":3,"isHigh":false,"isLow":false}],)"
-            R"("unit":"mmol\/L","connectionName":"Ana \/ Bo","targetLowMgPerDl":70,)"
-            R"("targetHighMgPerDl":180,"updatedAt":3600})";
+            R"("unit":"mmol\/L","connectionName":"Ana \/ Bo","targetLowMgPerDl":80,)"
+            R"("targetHighMgPerDl":250.5,"updatedAt":3600,"alert":"urgentLow"})";
         QCOMPARE(encodeSnapshot(snapshot), text);
         QVERIFY(decodeSnapshot(text) == snapshot);
+        // An alert a newer build knows reads as none rather than losing the file.
+        QCOMPARE(decodeSnapshot(QByteArray(text).replace("urgentLow", "pumpOcclusion")).alert, std::nullopt);
         // A reading's members are tst_glucosevalues' rows; the unit is the file's own.
         QCOMPARE(errorOf([&] { decodeSnapshot(QByteArray(text).replace("mmol\\/L", "mmol")); }),
                  uR"(The snapshot file has a string for "unit" (expected "mg/dL" or "mmol/L").)"_s);

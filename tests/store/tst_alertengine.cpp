@@ -31,8 +31,8 @@ private Q_SLOTS:
         QTest::addColumn<int>("snoozeLowUntil"); // minute; negative: no snooze
 
         const AlertSettings defaults;
-        const AlertSettings ownRange{80, 250, {}};
-        const AlertSettings fast{70, 180, {{AlertKind::fallingFast, true}, {AlertKind::urgentLow, false}}};
+        const AlertSettings ownRange{{80, 250}, {}, {}};
+        const AlertSettings fast{{}, {}, {{AlertKind::fallingFast, true}, {AlertKind::urgentLow, false}}};
         // No sooner than the repeat interval, across episodes too, and once a reading at most; a reading
         // back at the line ends it.
         QTest::newRow("low")
@@ -41,6 +41,9 @@ private Q_SLOTS:
         QTest::newRow("urgent low speaks for low")
             << u"0=54.9 +urgentLow | 3=50 | 5=50 +urgentLow | 10@5=50 | 12=55 -urgentLow +low"_s << defaults
             << -1;
+        AlertSettings mmol;
+        mmol.unit = GlucoseUnit::mmolPerL;
+        QTest::newRow("urgent line at 3.0 mmol/L") << u"0=54.1 +low | 5=54 +urgentLow -low"_s << mmol << -1;
         QTest::newRow("fast trend once an episode; low below the urgent line when urgent is off")
             << u"0=40↓ +low +fallingFast | 5=40↓ | 10=40↘ -fallingFast | 15=40↓ +low +fallingFast"_s << fast
             << -1;
@@ -62,8 +65,6 @@ private Q_SLOTS:
 
         const QDateTime start(QDate(2024, 1, 15), QTime(10, 0), QTimeZone::utc());
         const auto at = [&start](const QString &minute) { return start.addSecs(minute.toInt() * 60); };
-        static const QStringList names{u"urgentLow"_s,  u"low"_s,        u"high"_s,     u"fallingFast"_s,
-                                       u"risingFast"_s, u"noReadings"_s, u"signedOut"_s};
         static const QRegularExpression look(u"^(\\d+)(?:@(\\d+))?(?:=([\\d.]+)(↓|↘)?|(!))$"_s);
 
         AlertState state;
@@ -109,6 +110,7 @@ private Q_SLOTS:
             return raised.count();
         };
         QCOMPARE(raisedOnStart(), 1);
+        QCOMPARE(store->activeAlert(), AlertKind::low);
         QCOMPARE(raisedOnStart(), 0);
         preferences.setAlertState(u"{\"low\": 5"_s);
         QCOMPARE(raisedOnStart(), 1);
@@ -119,6 +121,59 @@ private Q_SLOTS:
         monitor.snooze(AlertKind::low, 30min);
         QCOMPARE(closed.count(), 1);
         QVERIFY(!monitor.isActive(AlertKind::low));
+        QCOMPARE(store->activeAlert(), std::nullopt);
+
+        // A range the reading falls out of raises at once.
+        snapshot.latest->mgPerDl = 150;
+        const auto inRange = GlucoseStore::fromSnapshot(snapshot);
+        AlertMonitor rangeMonitor(inRange.get(), &preferences);
+        QSignalSpy raised(&rangeMonitor, &AlertMonitor::raised);
+        rangeMonitor.start();
+        preferences.setTargetRange({70, 140});
+        QCOMPARE(raised.count(), 1);
+        QCOMPARE(inRange->activeAlert(), AlertKind::high);
+    }
+
+    // What the notification and the panel say.
+    void texts_data()
+    {
+        QTest::addColumn<AlertKind>("kind");
+        QTest::addColumn<GlucoseUnit>("unit");
+        QTest::addColumn<double>("value"); // negative: no reading
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<int>("ageSeconds");
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QString>("body");
+
+        const auto mg = GlucoseUnit::mgPerDl;
+        QTest::newRow("low") << AlertKind::low << mg << 62.0 << u"Ann Lee"_s << 150 << u"Low: 62 ↘"_s
+                             << u"Ann Lee · 2 min ago"_s;
+        QTest::newRow("urgent, mmol/L, clock behind")
+            << AlertKind::urgentLow << GlucoseUnit::mmolPerL << 51.0 << u"Ann Lee"_s << -30
+            << u"Urgent low: 2.8 ↘"_s << u"Ann Lee · just now"_s;
+        QTest::newRow("no name") << AlertKind::high << mg << 250.0 << QString() << 59 << u"High: 250 ↘"_s
+                                 << u"just now"_s;
+        QTest::newRow("no readings") << AlertKind::noReadings << mg << 100.0 << u"Ann Lee"_s << 3900
+                                     << u"No new readings"_s << u"Ann Lee · last reading 1 hr, 5 min ago"_s;
+        QTest::newRow("signed out, no reading")
+            << AlertKind::signedOut << mg << -1.0 << u"Ann Lee"_s << 0 << u"Signed out by LibreLinkUp"_s
+            << u"Ann Lee · Sign in again to see new readings"_s;
+    }
+
+    void texts()
+    {
+        QFETCH(AlertKind, kind);
+        QFETCH(GlucoseUnit, unit);
+        QFETCH(double, value);
+        QFETCH(QString, name);
+        QFETCH(int, ageSeconds);
+
+        const QDateTime now = QDateTime::currentDateTimeUtc();
+        std::optional<GlucoseReading> latest;
+        if (value >= 0)
+            latest = GlucoseReading{now.addSecs(-ageSeconds), value, TrendArrow::falling, false, false};
+        QTEST(alertTitle(kind, latest, unit), "title");
+        QTEST(alertBody(kind, latest, name.isEmpty() ? std::nullopt : std::optional(name), now), "body");
     }
 };
 

@@ -602,6 +602,16 @@ private Q_SLOTS:
         QCOMPARE(rig.widgets.reloads, containerUnavailable ? 0 : 2);
         const std::optional<GlucoseSnapshot> snapshot = rig.snapshots->read();
         QVERIFY(containerUnavailable || (snapshot && snapshot->unit == unit && snapshot->latest));
+
+        // The range and the alert reach the widget the same way; the range is kept.
+        rig.store->setTargetRange({80, 250});
+        rig.store->setActiveAlert(AlertKind::high);
+        QCOMPARE(rig.widgets.reloads, containerUnavailable ? 0 : 4);
+        if (!containerUnavailable) {
+            QCOMPARE(rig.snapshots->read()->targets, (TargetRange{80, 250}));
+            QCOMPARE(rig.snapshots->read()->alert, AlertKind::high);
+        }
+        QCOMPARE(rig.preference(u"targetHighMgPerDl"_s).toString(), u"250"_s);
     }
 };
 

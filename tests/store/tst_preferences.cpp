@@ -46,6 +46,47 @@ private Q_SLOTS:
         QCOMPARE(open()->glucoseUnit(), GlucoseUnit::mgPerDl);
     }
 
+    // A hand-edited range that is unreadable or not one the user could pick reads as the default.
+    void targetRangeReading_data()
+    {
+        QTest::addColumn<QString>("low");
+        QTest::addColumn<QString>("high");
+        QTest::addColumn<double>("readLow");
+        QTest::addColumn<double>("readHigh");
+        QTest::newRow("own") << u"80"_s << u"250.5"_s << 80.0 << 250.5;
+        QTest::newRow("unreadable") << u"eighty"_s << u"250"_s << 70.0 << 180.0;
+        QTest::newRow("too narrow") << u"115"_s << u"120"_s << 70.0 << 180.0;
+        QTest::newRow("not a number") << u"nan"_s << u"250"_s << 70.0 << 180.0;
+    }
+
+    void targetRangeReading()
+    {
+        QFETCH(QString, low);
+        QFETCH(QString, high);
+        seed(u"targetLowMgPerDl"_s, low);
+        seed(u"targetHighMgPerDl"_s, high);
+        const TargetRange range = open()->targetRange();
+        QTEST(range.lowMgPerDl, "readLow");
+        QTEST(range.highMgPerDl, "readHigh");
+    }
+
+    // The switches survive a restart; the signed-out alert cannot be turned off.
+    void alertSwitches()
+    {
+        auto preferences = open();
+        QVERIFY(!preferences->alertSettings().isEnabled(AlertKind::risingFast));
+        preferences->setAlertEnabled(AlertKind::risingFast, true);
+        preferences->setAlertEnabled(AlertKind::urgentLow, false);
+        preferences->setAlertEnabled(AlertKind::signedOut, false);
+        preferences->setAlertSound(false);
+        const AlertSettings settings = open()->alertSettings();
+        QVERIFY(settings.isEnabled(AlertKind::risingFast));
+        QVERIFY(!settings.isEnabled(AlertKind::urgentLow));
+        QVERIFY(settings.isEnabled(AlertKind::low));
+        QVERIFY(settings.isEnabled(AlertKind::signedOut));
+        QVERIFY(!open()->alertSound());
+    }
+
     // At launch a new build reloads the widgets, and running the version a badge waited for clears it.
     void launch_data()
     {

@@ -133,7 +133,7 @@ private Q_SLOTS:
                 QCOMPARE(store.history().size(), qsizetype(now.time().minute() % 15 == 0 ? 48 : 49));
                 QCOMPARE(storeLines, chosen->text.isEmpty() ? QStringList() : QStringList{chosen->text});
                 good = GlucoseSnapshot{
-                    store.latest(), store.history(), GlucoseUnit::mgPerDl, u"Ann Lee"_s, 70, 180, now};
+                    store.latest(), store.history(), GlucoseUnit::mgPerDl, u"Ann Lee"_s, {70, 180}, now, std::nullopt};
                 ++reloads;
             }
             QVERIFY(store.latest() == good->latest && store.history() == good->history);

@@ -54,7 +54,7 @@ QList<GlucoseReading> history(std::initializer_list<double> values)
 GlucoseSnapshot snapshot(GlucoseReading latest, QList<GlucoseReading> readings = {},
                          GlucoseUnit unit = GlucoseUnit::mgPerDl, double low = 70, double high = 180)
 {
-    return {latest, std::move(readings), unit, std::nullopt, low, high, taken};
+    return {latest, std::move(readings), unit, std::nullopt, {low, high}, taken, std::nullopt};
 }
 
 // Shown a minute after the reading unless told otherwise.
@@ -74,7 +74,7 @@ GlucoseEntry entryWith(double mgPerDl, std::optional<TrendArrow> trend, double a
                        bool isLow = false, GlucoseUnit unit = GlucoseUnit::mgPerDl, double targetLow = 70)
 {
     const GlucoseReading latest{taken.addMSecs(qint64(-age * 1000)), mgPerDl, trend, isHigh, isLow};
-    return {taken, GlucoseSnapshot{latest, {latest}, unit, u"Ana"_s, targetLow, 180, taken}};
+    return {taken, GlucoseSnapshot{latest, {latest}, unit, u"Ana"_s, {targetLow, 180}, taken, std::nullopt}};
 }
 
 // A reading 850 s old when a timeline's clock starts (at `taken`): fresh then, stale after the first
@@ -203,6 +203,10 @@ private Q_SLOTS:
         QTest::newRow("stale and in range")
             << entryWith(124, steady, 900.001) << u"124 → \u26A0\uFE0E"_s << u"in-range\",\"stale"_s
             << u"Glucose 124 mg/dL, steady, data is stale"_s;
+        GlucoseEntry alerting = entryWith(62, steady, 60);
+        alerting.snapshot->alert = AlertKind::low;
+        QTest::newRow("alert") << alerting << u"62 →"_s << u"low\",\"alert"_s
+                               << u"Low: 62 →\\nGlucose 62 mg/dL, steady"_s;
         QTest::newRow("no snapshot") << GlucoseEntry{taken, std::nullopt} << u"–"_s << u"none"_s
                                      << u"Glinta: no glucose data"_s;
         GlucoseEntry withoutLatest = entryWith(124, std::nullopt, 60);

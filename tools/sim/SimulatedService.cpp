@@ -262,6 +262,36 @@ double SimulatedService::glucoseAt(const QDateTime &time)
     return std::round(value);
 }
 
+double SimulatedService::valueAt(const QDateTime &time) const
+{
+    if (m_ramp && time >= m_ramp->start) {
+        const double span = std::max<double>(1, std::chrono::milliseconds(m_ramp->duration).count());
+        const double done = std::min(1.0, static_cast<double>(m_ramp->start.msecsTo(time)) / span);
+        return std::round(m_ramp->from + (m_ramp->to - m_ramp->from) * done);
+    }
+    const double value = glucoseAt(time);
+    if (!m_earlyLowStart.isValid())
+        return value;
+    const double minutes = static_cast<double>(m_earlyLowStart.msecsTo(time)) / 60000.0;
+    return std::min(value, std::round(60.0 + 0.12 * (minutes - 10.0) * (minutes - 10.0)));
+}
+
+void SimulatedService::addEarlyLow(const QDateTime &start)
+{
+    m_earlyLowStart = start;
+}
+
+void SimulatedService::rampTo(double from, double to, std::chrono::seconds duration)
+{
+    // The measurement of this minute is on the ramp already, so the next request sees `from`.
+    m_ramp = Ramp{floorTo(now(), 1), from, to, duration};
+}
+
+void SimulatedService::clearRamp()
+{
+    m_ramp.reset();
+}
+
 std::optional<Fault> SimulatedService::takeFault(const QString &path, const QByteArray &appVersion)
 {
     for (auto it = m_faults.begin(); it != m_faults.end(); ++it) {
@@ -498,8 +528,8 @@ QByteArray SimulatedService::measurementJson(const QDateTime &time, bool isoTime
     const QDateTime local = time.toTimeZone(m_phoneZone);
     const QString stamp =
         isoTimestamp ? time.toString(Qt::ISODate) : QLocale::c().toString(local, u"M/d/yyyy h:mm:ss AP"_s);
-    const double value = glucoseAt(time);
-    const double slope = value - glucoseAt(time.addSecs(-15 * 60));
+    const double value = valueAt(time);
+    const double slope = value - valueAt(time.addSecs(-15 * 60));
     const int trend = slope < -30 ? 1 : slope < -15 ? 2 : slope <= 15 ? 3 : slope <= 30 ? 4 : 5;
 
     JsonWriter writer;
@@ -688,8 +718,16 @@ SimulatedService::Reply SimulatedService::admin(const QString &command, const QH
                 advance(std::chrono::seconds(*seconds));
             if (zoneId)
                 setPhoneTimeZone(zone);
+        } else if (command == u"glucose") {
+            const double to = json::requiredNumber(body, "to"_L1, root);
+            const double from = json::optionalNumber(body, "from"_L1, root).value_or(valueAt(now()));
+            const std::int64_t minutes = json::optionalInteger(body, "minutes"_L1, root).value_or(0);
+            if (std::min(from, to) < 20 || std::max(from, to) > 600 || minutes < 0 || minutes > 24 * 60)
+                return {400, messageBody(u"Values go from 20 to 600 mg/dL, over 0 to 1440 minutes"_s)};
+            rampTo(from, to, std::chrono::minutes(minutes));
         } else if (command == u"reset") {
             clearFaults();
+            clearRamp();
             resetCounters();
             m_clockOffsetMs = 0;
         } else if (command != u"stats") {

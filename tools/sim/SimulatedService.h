@@ -140,6 +140,14 @@ public:
 
     // The glucose curve the measurements follow, in mg/dL.
     static double glucoseAt(const QDateTime &time);
+    // What a measurement at `time` shows: the curve, or the early low or the ramp where they apply.
+    double valueAt(const QDateTime &time) const;
+    // From `start` on, a valley below the curve: under 70 mg/dL from the second minute to the
+    // eighteenth, 60 at the tenth, back on the curve within the hour.
+    void addEarlyLow(const QDateTime &start);
+    // From this minute on, a straight line from `from` to `to` over `duration`, then `to` until cleared.
+    void rampTo(double from, double to, std::chrono::seconds duration);
+    void clearRamp();
 
 signals:
     // A service request was answered, or will not be (held, or its client left first: status 0).
@@ -179,6 +187,15 @@ private:
     // The phone's clock runs with real time, shifted by this.
     qint64 m_clockOffsetMs = 0;
     QTimeZone m_phoneZone = QTimeZone::systemTimeZone();
+    QDateTime m_earlyLowStart;
+    struct Ramp
+    {
+        QDateTime start;
+        double from;
+        double to;
+        std::chrono::seconds duration;
+    };
+    std::optional<Ramp> m_ramp;
     QMap<QString, int> m_requests;
     QHash<QString, QList<QPair<QByteArray, QByteArray>>> m_lastHeaders;
     int m_connections = 0;

@@ -36,7 +36,11 @@ Control interface (same port, JSON bodies, every answer is the current stats):
   POST /_sim/clear   drop every fault
   POST /_sim/clock   {"set": "2024-01-15T10:00:00Z"}, {"advanceSeconds": N},
                      {"phoneZone": "Europe/Berlin"}, or several of them
-  POST /_sim/reset   drop faults, zero the counters, put the clock back to real time
+  POST /_sim/glucose {"to": N, "minutes": M (default 0), "from": N (default: the value now)}
+                     from this minute on the value goes straight from "from" to "to" (mg/dL) over M
+                     minutes, then stays at "to"; the trend arrows follow it
+  POST /_sim/reset   drop faults and any /_sim/glucose ramp, zero the counters, put the clock back
+                     to real time
   GET  /_sim/stats   {"now": ..., "phoneZone": ..., "connections": N (accepted),
                       "openConnections": N, "peakOpenConnections": N, "requests": {"login": N, ...},
                       "log": [{"at": ..., "path": ..., "version": ..., "status": N}, ...] (the last 200)}
@@ -155,9 +159,13 @@ int main(int argc, char *argv[])
         u"log-requests"_s,
         u"Print a line for each service request once it is answered: when it came, its path, the HTTP status "
         u"(0: not answered) and the app version it named."_s);
+    const QCommandLineOption earlyLowOption(
+        u"early-low"_s,
+        u"Dip below 70 mg/dL from about two minutes after the start to about eighteen (60 at ten), then "
+        u"come back up, so that a Low alert shows soon (the demo)."_s);
     parser.addOptions({portOption, accountOption, certOption, keyOption, addressFileOption,
                        savePasswordOption, forgetPasswordOption, checkSnapshotOption, phoneZoneOption,
-                       clockOffsetOption, logRequestsOption});
+                       clockOffsetOption, logRequestsOption, earlyLowOption});
     parser.process(app);
 
     if (parser.isSet(savePasswordOption) || parser.isSet(forgetPasswordOption)) {
@@ -229,6 +237,8 @@ int main(int argc, char *argv[])
         }
         service.advance(std::chrono::seconds(seconds));
     }
+    if (parser.isSet(earlyLowOption))
+        service.addEarlyLow(service.now());
     if (parser.isSet(logRequestsOption)) {
         // Never headers that identify the account or bodies: what a person needs to watch the polling.
         QObject::connect(&service, &SimulatedService::requestSettled, [](const RequestRecord &record) {
