@@ -50,6 +50,14 @@ QStringList visibleButtons(const QWidget *window)
     return texts;
 }
 
+QStringList updateLog(const LogCapture &log)
+{
+    QStringList messages;
+    for (const LogCapture::Entry &entry : log.inCategory(u"com.nordvik.glinta.Updates"_s))
+        messages << entry.message;
+    return messages;
+}
+
 // Notes the waiting version at each check.
 struct FakeUpdater : Updater
 {
@@ -107,46 +115,22 @@ private Q_SLOTS:
         m_choices.clear();
     }
 
-    void offerByWhoAsked_data()
+    // A scheduled find waits behind the badge, without the window, and hears "later" once out of the
+    // updater's own call.
+    void scheduledOffer()
     {
-        QTest::addColumn<bool>("userInitiated");
-        QTest::addColumn<QString>("badgeBefore"); // null: none
-        QTest::addColumn<QString>("badgeAfter");
-        QTest::addColumn<QString>("logged");
-
-        // A scheduled find waits behind the badge; the user's own check shows the window, which leaves a
-        // badge alone.
-        QTest::newRow("scheduled") << false << QString() << u"1.3.5"_s
-                                   << u"Update 1.3.5 waiting; badging the menu bar"_s;
-        QTest::newRow("the user's, badge up")
-            << true << u"1.3.3"_s << u"1.3.3"_s << u"Sparkle showed its window; badge stays until acted on"_s;
-    }
-
-    void offerByWhoAsked()
-    {
-        QFETCH(bool, userInitiated);
-        QFETCH(QString, badgeBefore);
-        QFETCH(QString, badgeAfter);
-        QFETCH(QString, logged);
-
-        if (!badgeBefore.isNull())
-            m->preferences.setAvailableUpdateVersion(badgeBefore);
         const LogCapture log;
-        m->driver.showUpdateFound(offer(u"1.3.5"_s), {userInitiated}, recorder());
-
-        QCOMPARE(windowShows(), userInitiated);
-        QCOMPARE(m->preferences.availableUpdateVersion(), std::optional(badgeAfter));
-        const auto lines = log.inCategory(u"com.nordvik.glinta.Updates"_s);
-        QCOMPARE(lines.size(), 1);
-        QCOMPARE(lines.first().message, logged);
-        // Never answered inside the updater's own call; the scheduled find hears "later" after it.
+        m->driver.showUpdateFound(offer(u"1.3.5"_s), {false}, recorder());
+        QVERIFY(!windowShows());
+        QCOMPARE(m->preferences.availableUpdateVersion(), std::optional(u"1.3.5"_s));
+        QCOMPARE(updateLog(log), QStringList{u"Update 1.3.5 waiting; badging the menu bar"_s});
         QVERIFY(m_choices.isEmpty());
-        if (!userInitiated)
-            QTRY_COMPARE(m_choices, QList{UpdateChoice::remindLater});
+        QTRY_COMPARE(m_choices, QList{UpdateChoice::remindLater});
     }
 
     // Each screen of the window, and each way to answer it. A screen replaces the offer on the window,
-    // which hears "later", once: else the updater would stay busy for good.
+    // which hears "later", once: else the updater would stay busy for good. The user's own check shows the
+    // window and leaves a badge alone.
     void screens_data()
     {
         QTest::addColumn<QString>("outcome");
@@ -156,28 +140,27 @@ private Q_SLOTS:
         QTest::addColumn<QString>("answer");              // a button or a key
         QTest::addColumn<QList<UpdateChoice>>("choices"); // what the offer on screen hears of it
 
-        const QString offered = u"A new version of Glinta is available!"_s;
-        const QString versions =
-            u"Glinta 1.3.5 is now available — you have 1.3.4. Would you like to download it now?"_s;
+        const auto row = [](const char *name, const QString &outcome, const QString &headline,
+                            const QString &message, const QStringList &buttons,
+                            const QString &answer = u"Return"_s, const QList<UpdateChoice> &choices = {}) {
+            QTest::newRow(name) << outcome << headline << message << buttons << answer << choices;
+        };
         const QStringList offerButtons{u"Skip This Version"_s, u"Remind Me Later"_s, u"Install Update"_s};
-        const QList<UpdateChoice> later{UpdateChoice::remindLater}, none;
+        const auto offerRow = [&](const char *name, const QString &answer, UpdateChoice choice) {
+            row(name, u"offer"_s, u"A new version of Glinta is available!"_s,
+                u"Glinta 1.3.5 is now available — you have 1.3.4. Would you like to download it now?"_s,
+                offerButtons, answer, {choice});
+        };
         // Return presses the default button, Install for an offer.
-        QTest::newRow("offer, Return") << u"offer"_s << offered << versions << offerButtons << u"Return"_s
-                                       << QList{UpdateChoice::install};
-        QTest::newRow("offer, skip") << u"offer"_s << offered << versions << offerButtons << offerButtons[0]
-                                     << QList{UpdateChoice::skip};
-        QTest::newRow("offer, later")
-            << u"offer"_s << offered << versions << offerButtons << offerButtons[1] << later;
-        QTest::newRow("offer, Escape")
-            << u"offer"_s << offered << versions << offerButtons << u"Escape"_s << later;
-        QTest::newRow("checking") << u"checking"_s << u"Checking for updates…"_s << QString()
-                                  << QStringList{u"Cancel"_s} << u"Return"_s << none;
-        QTest::newRow("up to date") << u"up to date"_s << u"You're up to date"_s
-                                    << u"Glinta 1.3.4 is the newest version available."_s
-                                    << QStringList{u"OK"_s} << u"Return"_s << none;
-        QTest::newRow("failure") << u"failure"_s << u"Update check failed"_s
-                                 << u"The update feed could not be reached."_s << QStringList{u"OK"_s}
-                                 << u"Return"_s << none;
+        offerRow("offer, Return", u"Return"_s, UpdateChoice::install);
+        offerRow("offer, skip", offerButtons[0], UpdateChoice::skip);
+        offerRow("offer, later", offerButtons[1], UpdateChoice::remindLater);
+        offerRow("offer, Escape", u"Escape"_s, UpdateChoice::remindLater);
+        row("checking", u"checking"_s, u"Checking for updates…"_s, QString(), {u"Cancel"_s});
+        row("up to date", u"up to date"_s, u"You're up to date"_s,
+            u"Glinta 1.3.4 is the newest version available."_s, {u"OK"_s});
+        row("failure", u"failure"_s, u"Update check failed"_s, u"The update feed could not be reached."_s,
+            {u"OK"_s});
     }
 
     void screens()
@@ -189,7 +172,11 @@ private Q_SLOTS:
         QFETCH(QString, answer);
         QFETCH(QList<UpdateChoice>, choices);
 
+        m->preferences.setAvailableUpdateVersion(u"1.3.3"_s);
+        const LogCapture log;
         m->driver.showUpdateFound(offer(u"1.3.6"_s), {true}, recorder());
+        QCOMPARE(m->preferences.availableUpdateVersion(), std::optional(u"1.3.3"_s));
+        QCOMPARE(updateLog(log), QStringList{u"Sparkle showed its window; badge stays until acted on"_s});
         deliver(outcome);
         QTRY_COMPARE(m_choices, QList{UpdateChoice::remindLater});
         QVERIFY(QTest::qWaitForWindowActive(window()));

@@ -34,11 +34,23 @@ namespace {
 const SimAccount demo = SimulatedService::demoAccount();
 const QString login = u"login"_s;
 const QString graph = u"graph"_s;
+const QString patient = u"p-0001"_s;
+const QString timedOut = u"The request timed out."_s;
 
 Fault fault(const QString &path, F kind, int httpStatus = 0, const QByteArray &body = {},
             const QString &region = {}, int count = -1)
 {
     return {path, kind, httpStatus, 0, {}, region, {}, count, body};
+}
+
+Fault redirect(const QString &region, int count)
+{
+    return fault(login, F::redirect, 0, {}, region, count);
+}
+
+QString text(const std::exception_ptr &error)
+{
+    return QString::fromUtf8(describe(error));
 }
 
 // The client's own log lines, with their level, in order.
@@ -92,90 +104,75 @@ private Q_SLOTS:
     {
         QTest::addColumn<Fault>("fault");
         QTest::addColumn<QString>("description");
-        QTest::addColumn<QString>("log");
+        QTest::addColumn<QString>("log"); // lines joined by '\n'
 
+        const auto row = [](const char *name, const Fault &fault, const QString &description,
+                            const QString &log = {}) { QTest::newRow(name) << fault << description << log; };
         const auto http = [](const QString &path, int status) { return fault(path, F::httpStatus, status); };
         const auto raw = [](const QString &path, const QByteArray &body) {
             return fault(path, F::rawBody, 0, body);
         };
         const QString unexpected = u"LibreLinkUp returned an unexpected response."_s;
-        const QString status9 = u"error: API status 9"_s;
-
         const QString limited =
             u"LibreLinkUp is rate-limiting requests. This usually clears up within a few minutes."_s;
-        QTest::newRow("401") << http(graph, 401) << u"Not signed in to LibreLinkUp."_s << QString();
-        QTest::newRow("429") << http(graph, 429) << limited << QString();
-        QTest::newRow("430") << http(login, 430) << limited << QString();
-        QTest::newRow("unsupported region")
-            << fault(login, F::redirect, 0, {}, u"xx"_s, 1)
-            << u"LibreLinkUp redirected to an unsupported region (xx)."_s << QString();
+        const QString unsupported = u"LibreLinkUp redirected to an unsupported region (%1)."_s;
+        const QString status9 = u"error: API status 9"_s, status920 = u"error: API status 920"_s;
+
+        row("401", http(graph, 401), u"Not signed in to LibreLinkUp."_s);
+        row("429", http(graph, 429), limited);
+        row("430", http(login, 430), limited);
+        row("status 429", raw(graph, R"({"status":429})"), limited);
+        row("unsupported region", redirect(u"xx"_s, 1), unsupported.arg(u"xx"_s));
         // Two redirects at most: the third is refused, whatever its region.
-        QTest::newRow("third redirect")
-            << fault(login, F::redirect, 0, {}, u"fr"_s, 3)
-            << u"LibreLinkUp redirected to an unsupported region (fr)."_s
-            << u"info: Login redirected to region fr\ninfo: Login redirected to region fr"_s;
-        QTest::newRow("status 2") << raw(login, R"({"status":2})")
-                                  << u"LibreLinkUp rejected the email or password."_s << QString();
-        QTest::newRow("status 4")
-            << raw(login, R"({"status":4})")
-            << u"Your account needs attention. Open the LibreLinkUp app, accept any new "
-               u"terms, then try again."_s
-            << QString();
+        row("third redirect", redirect(u"fr"_s, 3), unsupported.arg(u"fr"_s),
+            u"info: Login redirected to region fr\ninfo: Login redirected to region fr"_s);
+        row("status 2", raw(login, R"({"status":2})"), u"LibreLinkUp rejected the email or password."_s);
+        row("status 4", raw(login, R"({"status":4})"),
+            u"Your account needs attention. Open the LibreLinkUp app, accept any new terms, then try again."_s);
         // One code from each of Qt's two ranges of HTTP errors.
-        QTest::newRow("403") << http(graph, 403) << u"LibreLinkUp request failed (HTTP 403)."_s
-                             << u"error: HTTP 403 from 127.0.0.1"_s;
-        QTest::newRow("500") << http(login, 500) << u"LibreLinkUp request failed (HTTP 500)."_s
-                             << u"error: HTTP 500 from 127.0.0.1"_s;
-        QTest::newRow("status 9 with message")
-            << raw(graph, R"({"status":9,"error":{"message":"Try later"}})")
-            << u"LibreLinkUp returned status 9: Try later."_s << status9;
-        QTest::newRow("status 9 alone")
-            << raw(login, R"({"status":9})") << u"LibreLinkUp returned status 9."_s << status9;
-        QTest::newRow("empty message") << raw(login, R"({"status":9,"error":{"message":""}})")
-                                       << u"LibreLinkUp returned status 9: ."_s << status9;
-        // The service raising the app version it accepts; its data is not the request's record. Only a
-        // plain dotted version is taken, so nothing else can reach a header.
-        const QString status920 = u"error: API status 920"_s;
-        QTest::newRow("920 asks for a newer version")
-            << raw(graph, R"({"status":920,"data":{"minimumVersion":"4.17.0"}})")
-            << u"LibreLinkUp asks for app version 4.17.0 or newer. Glinta will send it from the next try."_s
-            << status920;
-        QTest::newRow("920 asks for the version sent")
-            << raw(login, R"({"status":920,"data":{"minimumVersion":"4.16"},"error":{"message":"x"}})")
-            << u"LibreLinkUp asks for app version 4.16 or newer. Glinta tried it, but the service still "
-               u"refuses; an update of Glinta may be needed."_s
-            << status920;
-        const QString noVersion =
-            u"LibreLinkUp no longer accepts the app version Glinta sends (4.16.0); an update of Glinta may be needed."_s;
-        QTest::newRow("920 without data") << raw(login, R"({"status":920})") << noVersion << status920;
-        QTest::newRow("920 with a header in its version")
-            << raw(graph, "{\"status\":920,\"data\":{\"minimumVersion\":\"4.17.0\\r\\nX: 1\"}}") << noVersion
-            << status920;
-        QTest::newRow("status 429") << raw(graph, R"({"status":429})") << limited << QString();
-        QTest::newRow("graph without data") << raw(graph, R"({"status":0})") << unexpected << QString();
-        QTest::newRow("redirect without region")
-            << raw(login, R"({"status":0,"data":{"redirect":true}})") << unexpected << QString();
-        QTest::newRow("ticket without user")
-            << raw(login, R"({"status":0,"data":{"authTicket":{"token":"t","expires":1}}})") << unexpected
-            << QString();
+        row("403", http(graph, 403), u"LibreLinkUp request failed (HTTP 403)."_s,
+            u"error: HTTP 403 from 127.0.0.1"_s);
+        row("500", http(login, 500), u"LibreLinkUp request failed (HTTP 500)."_s,
+            u"error: HTTP 500 from 127.0.0.1"_s);
+        row("status 9 with message", raw(graph, R"({"status":9,"error":{"message":"Try later"}})"),
+            u"LibreLinkUp returned status 9: Try later."_s, status9);
+        row("status 9 alone", raw(login, R"({"status":9})"), u"LibreLinkUp returned status 9."_s, status9);
+        row("empty message", raw(login, R"({"status":9,"error":{"message":""}})"),
+            u"LibreLinkUp returned status 9: ."_s, status9);
+        // The service raising the app version it accepts; only a plain dotted version is taken, so nothing
+        // else can reach a header.
+        row("920 asks for a newer version",
+            raw(graph, R"({"status":920,"data":{"minimumVersion":"4.17.0"}})"),
+            u"LibreLinkUp asks for app version 4.17.0 or newer. Glinta will send it from the next try."_s,
+            status920);
+        row("920 asks for the version sent",
+            raw(login, R"({"status":920,"data":{"minimumVersion":"4.16"},"error":{"message":"x"}})"),
+            u"LibreLinkUp asks for app version 4.16 or newer. Glinta tried it, but the service still "
+            u"refuses; an update of Glinta may be needed."_s,
+            status920);
+        const QString noVersion = u"LibreLinkUp no longer accepts the app version Glinta sends (4.16.0); an "
+                                  u"update of Glinta may be needed."_s;
+        row("920 without data", raw(login, R"({"status":920})"), noVersion, status920);
+        row("920 with a header in its version",
+            raw(graph, "{\"status\":920,\"data\":{\"minimumVersion\":\"4.17.0\\r\\nX: 1\"}}"), noVersion,
+            status920);
+        row("graph without data", raw(graph, R"({"status":0})"), unexpected);
+        row("redirect without region", raw(login, R"({"status":0,"data":{"redirect":true}})"), unexpected);
+        row("ticket without user",
+            raw(login, R"({"status":0,"data":{"authTicket":{"token":"t","expires":1}}})"), unexpected);
         // What the decoder says passes through unchanged; its texts are tst_llurecords' rows.
-        QTest::newRow("login not JSON")
-            << fault(login, F::notJson) << u"The response is not valid JSON (illegal value at byte 1)."_s
-            << QString();
-        QTest::newRow("graph over 16 MiB")
-            << fault(graph, F::hugeBody) << u"The response is larger than 16 MiB."_s << QString();
+        row("login not JSON", fault(login, F::notJson),
+            u"The response is not valid JSON (illegal value at byte 1)."_s);
+        row("graph over 16 MiB", fault(graph, F::hugeBody), u"The response is larger than 16 MiB."_s);
         // Its status speaks first: a 401 is still the cue to sign in again.
-        QTest::newRow("401 over 16 MiB")
-            << fault(graph, F::hugeBody, 401) << u"Not signed in to LibreLinkUp."_s << QString();
-        QTest::newRow("no reply") << fault(login, F::neverReply) << u"The request timed out."_s << QString();
-        QTest::newRow("closed mid-body")
-            << fault(graph, F::closeMidBody) << u"The connection to the server was lost."_s << QString();
+        row("401 over 16 MiB", fault(graph, F::hugeBody, 401), u"Not signed in to LibreLinkUp."_s);
+        row("no reply", fault(login, F::neverReply), timedOut);
+        row("closed mid-body", fault(graph, F::closeMidBody), u"The connection to the server was lost."_s);
     }
 
     void failures()
     {
         QFETCH(Fault, fault);
-        QFETCH(QString, description);
         QFETCH(QString, log);
 
         Rig rig;
@@ -184,12 +181,12 @@ private Q_SLOTS:
         const LogCapture capture;
         QElapsedTimer clock;
         clock.start();
-        const std::exception_ptr failure =
-            session ? run(rig.client.fetchGraph(*session, u"p-0001"_s)).error : rig.signIn().error;
+        const auto failure =
+            session ? run(rig.client.fetchGraph(*session, patient)).error : rig.signIn().error;
         const qint64 elapsed = clock.elapsed();
 
         // Each text belongs to one kind of one error class, so the text pins both down.
-        QCOMPARE(QString::fromUtf8(describe(failure)), description);
+        QTEST(text(failure), "description");
         QCOMPARE(clientLog(capture), log.isEmpty() ? QStringList() : log.split(u'\n'));
         QCOMPARE(rig.service.requestCount(fault.path), std::max(fault.count, 1));
         // Only a silent service waits out the one-second time-out.
@@ -197,31 +194,27 @@ private Q_SLOTS:
                  QByteArray::number(elapsed));
     }
 
-    // A service that takes the connection and never answers. Each request gives up after its time-out and
-    // closes its connection; a second caller waits its turn, and one whose time-out passes while waiting
-    // never goes out. Once the service answers again, the next request gets through at once, and nothing
-    // given up is sent late.
+    // A service that takes the connection and never answers: each request gives up at its time-out and
+    // closes its connection, and a second caller whose time-out passes while it waits its turn never goes
+    // out. Once the service answers again the next request gets through at once; nothing given up is sent
+    // late.
     void silentService()
     {
         Rig rig;
-        const auto signedIn = rig.signIn();
-        QVERIFY2(signedIn.value, describe(signedIn.error));
+        const auto [session, error] = rig.signIn();
+        QVERIFY2(session, describe(error));
         rig.service.addFault(fault(graph, F::holdConnections));
         for (int round = 0; round < 7; ++round) {
-            QCoro::Task<Outcome<LLUGraphData>> first =
-                settled(rig.client.fetchGraph(*signedIn.value, u"p-0001"_s));
-            QCoro::Task<Outcome<LLUGraphData>> second =
-                settled(rig.client.fetchGraph(*signedIn.value, u"p-0001"_s));
-            for (auto *task : {&first, &second}) {
-                const Outcome<LLUGraphData> outcome = QCoro::waitFor(std::move(*task));
-                QCOMPARE(QString::fromUtf8(describe(outcome.error)), u"The request timed out."_s);
-            }
+            auto first = settled(rig.client.fetchGraph(*session, patient));
+            auto second = settled(rig.client.fetchGraph(*session, patient));
+            for (auto *task : {&first, &second})
+                QCOMPARE(text(QCoro::waitFor(std::move(*task)).error), timedOut);
         }
         QCOMPARE(rig.service.requestCount(graph), 7);
         QTRY_VERIFY2(rig.service.openConnections() <= 1, QByteArray::number(rig.service.openConnections()));
 
         rig.service.clearFaults();
-        const auto recovered = run(rig.client.fetchGraph(*signedIn.value, u"p-0001"_s));
+        const auto recovered = run(rig.client.fetchGraph(*session, patient));
         QVERIFY2(recovered.value, describe(recovered.error));
         QTest::qWait(300);
         QCOMPARE(rig.service.requestCount(graph), 8);
@@ -263,15 +256,15 @@ private Q_SLOTS:
         QCOMPARE(clientLog(capture), QStringList());
     }
 
+    // A redirect to a region named in another case, a patient id a URL path cannot hold as it is, the
+    // headers of each request and no secret in any log line.
     void fullSession()
     {
-        // An id a URL path cannot hold as it is.
         const QString patientId = u"Ann #1?ä %41"_s;
         SimAccount account = demo;
         account.connections = {{patientId, u"Ann"_s, u"Lee"_s}};
         Rig rig(account);
-        // A region's code in any case.
-        rig.service.addFault(fault(login, F::redirect, 0, {}, u"EU"_s, 1));
+        rig.service.addFault(redirect(u"EU"_s, 1));
         const LogCapture capture;
         const auto signedIn = rig.signIn();
         QVERIFY2(signedIn.value, describe(signedIn.error));
@@ -295,9 +288,8 @@ private Q_SLOTS:
             {"Accept", "application/json"},
             {"product", "llu.ios"},
             {"version", "4.16.0"},
-            {"User-Agent",
-             "Mozilla/5.0 (iPhone; CPU OS 17_4.1 like Mac OS X) AppleWebKit/605.1.15 (KHTML, like "
-             "Gecko) Version/17.4.1 Mobile/15E148 Safari/604.1"},
+            {"User-Agent", "Mozilla/5.0 (iPhone; CPU OS 17_4.1 like Mac OS X) AppleWebKit/605.1.15 (KHTML, "
+                           "like Gecko) Version/17.4.1 Mobile/15E148 Safari/604.1"},
         };
         const Headers withSession =
             anonymous + Headers{{"Authorization", "Bearer <token>"}, {"account-id", "<account id>"}};
@@ -314,20 +306,18 @@ private Q_SLOTS:
     }
 
 #ifdef GLINTA_DEV_SERVICE_ADDRESS
-    // HTTPS with a certificate made for this run, trusted through the development address file as the demo
-    // does.
+    // HTTPS with a self-signed certificate made for this run, trusted only through the development address
+    // file, as the demo does.
     void tlsTrustedOnlyThroughAddressFile()
     {
         const QTemporaryDir dir;
         if (QStandardPaths::findExecutable(u"openssl"_s).isEmpty())
             QSKIP("openssl is not installed, so no test certificate can be made");
-        // Self-signed, so the certificate is its own authority.
         QProcess openssl;
         openssl.setWorkingDirectory(dir.path());
         openssl.start(u"openssl"_s,
-                      {u"req"_s, u"-x509"_s, u"-newkey"_s, u"rsa:2048"_s, u"-nodes"_s, u"-days"_s, u"2"_s,
-                       u"-subj"_s, u"/CN=127.0.0.1"_s, u"-addext"_s, u"subjectAltName=IP:127.0.0.1"_s,
-                       u"-keyout"_s, u"server.key"_s, u"-out"_s, u"server.pem"_s});
+                      u"req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=127.0.0.1 -addext "
+                      u"subjectAltName=IP:127.0.0.1 -keyout server.key -out server.pem"_s.split(u' '));
         QVERIFY2(openssl.waitForFinished(30000) && openssl.exitCode() == 0, openssl.readAllStandardError());
         QFile key(dir.filePath(u"server.key"_s));
         QVERIFY(key.open(QIODevice::ReadOnly));
@@ -342,7 +332,7 @@ private Q_SLOTS:
         QNetworkAccessManager network;
         auto outcome =
             run(LibreLinkUpClient(&network, service.endpoints(), 5s).login(demo.email, demo.password));
-        const QString description = QString::fromUtf8(describe(outcome.error));
+        const QString description = text(outcome.error);
         QVERIFY2(description.startsWith(u"A secure connection to the server could not be made: "_s) &&
                      description.contains(u"certificate"_s, Qt::CaseInsensitive),
                  qPrintable(description));

@@ -16,16 +16,19 @@ using Points = QList<Point>;
 
 const QDateTime base(QDate(2024, 1, 15), QTime(10, 0), QTimeZone::systemTimeZone());
 
+// As the service writes a time, in the zone the time is in.
+QString serviceText(const QDateTime &time)
+{
+    return QLocale::c().toString(time, u"M/d/yyyy h:mm:ss AP"_s);
+}
+
 LLUMeasurement measurementAt(const Point &point)
 {
     const QDateTime time = base.addSecs(point.first * 60);
-    return {point.first < 0 ? time.toString(Qt::ISODate)
-                            : QLocale::c().toString(time, u"M/d/yyyy h:mm:ss AP"_s),
-            std::nullopt,
-            point.second,
-            {},
-            {},
-            {}};
+    LLUMeasurement measurement;
+    measurement.timestamp = point.first < 0 ? time.toString(Qt::ISODate) : serviceText(time);
+    measurement.valueInMgPerDl = point.second;
+    return measurement;
 }
 
 Points pointsOf(const QList<GlucoseReading> &readings)
@@ -43,17 +46,6 @@ class TestServiceMapping : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void measurement()
-    {
-        // Dates and times are the graph's rows; a missing flag reads as false, an unknown trend code as none.
-        const QString timestamp = u"1/5/2024 9:03:07 AM"_s;
-        const auto mapped = reading({timestamp, std::nullopt, 123.456, 5, true, std::nullopt});
-        QVERIFY(mapped && mapped->mgPerDl == 123.456 && mapped->trend == TrendArrow::risingQuickly &&
-                mapped->isHigh && !mapped->isLow);
-        const auto unknown = reading({timestamp, std::nullopt, 1.0, 6, std::nullopt, true});
-        QVERIFY(unknown && !unknown->trend && !unknown->isHigh && unknown->isLow);
-    }
-
     void graph_data()
     {
         QTest::addColumn<Points>("points");
@@ -139,21 +131,26 @@ private Q_SLOTS:
         QFETCH(std::optional<QString>, factory);
 
         const QDateTime onPhone = instant.toTimeZone(QTimeZone(sharerZone));
-        const auto text = [](const QDateTime &time) {
-            return QLocale::c().toString(time, u"M/d/yyyy h:mm:ss AP"_s);
-        };
         if (factory == u"utc")
-            factory = text(instant.toUTC());
+            factory = serviceText(instant.toUTC());
         const LogCapture log;
-        const std::optional<GlucoseReading> mapped = reading({text(onPhone), factory, 99, {}, {}, {}});
+        const std::optional<GlucoseReading> mapped = reading({serviceText(onPhone), factory, 99, {}, {}, {}});
         QVERIFY(mapped && log.inCategory(u"com.nordvik.glinta.GlucoseStore"_s).isEmpty());
         const QDateTime readAsLocal(onPhone.date(), onPhone.time(), QTimeZone::systemTimeZone());
         QCOMPARE(mapped->date, factory && !factory->startsWith(u"2024") ? instant : readAsLocal.toUTC());
     }
 
-    // An empty first name still joins; alone it is no name.
-    void displayName()
+    // A missing flag reads as false, an unknown trend code as none; an empty first name still joins, alone it
+    // is no name. Dates and times are the graph's and the zones' rows.
+    void fields()
     {
+        const QString timestamp = u"1/5/2024 9:03:07 AM"_s;
+        const auto mapped = reading({timestamp, std::nullopt, 123.456, 5, true, std::nullopt});
+        QVERIFY(mapped && mapped->mgPerDl == 123.456 && mapped->trend == TrendArrow::risingQuickly &&
+                mapped->isHigh && !mapped->isLow);
+        const auto unknown = reading({timestamp, std::nullopt, 1.0, 6, std::nullopt, true});
+        QVERIFY(unknown && !unknown->trend && !unknown->isHigh && unknown->isLow);
+
         using Name = std::optional<QString>;
         const auto name = [](const Name &first, const Name &last) {
             LLUGraphData graph;

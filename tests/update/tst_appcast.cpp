@@ -48,49 +48,48 @@ private Q_SLOTS:
     void rejectsWhatIsNoAppcast_data()
     {
         QTest::addColumn<QByteArray>("feed");
-        QTest::addColumn<QString>("description"); // ends in "…": a prefix
+        QTest::addColumn<QString>("problem"); // after "not a valid appcast: "; ends in "…": a prefix
 
-        const QString invalid = u"The update feed is not a valid appcast: "_s;
-        QTest::newRow("empty") << QByteArray(" \n") << invalid + u"it is empty."_s;
+        QTest::newRow("empty") << " \n"_ba << u"it is empty."_s;
         QTest::newRow("tags mismatched")
-            << QByteArray("<rss><channel><item></channel></rss>")
-            << invalid + u"it is not well-formed XML (line 1, column 30: Opening and ending tag mismatch)."_s;
+            << "<rss><channel><item></channel></rss>"_ba
+            << u"it is not well-formed XML (line 1, column 30: Opening and ending tag mismatch)."_s;
         QTest::newRow("garbage after the feed")
-            << feedWithItems({}) + "<rss/>" << invalid + u"it is not well-formed XML (line 1, column…"_s;
+            << feedWithItems({}) + "<rss/>" << u"it is not well-formed XML (line 1, column…"_s;
         // Not well-formed either, as most are.
         QTest::newRow("web page")
-            << QByteArray("<!DOCTYPE html><html><head><title>Parked</title></head><p>Parked.<br>")
-            << invalid + u"it is a web page, not an RSS feed."_s;
-        QTest::newRow("atom feed") << QByteArray("<feed xmlns=\"http://www.w3.org/2005/Atom\"/>")
-                                   << invalid + u"its root element is <feed>, not <rss>."_s;
-        QTest::newRow("no channel") << QByteArray("<rss version=\"2.0\"><item/></rss>")
-                                    << invalid + u"it has no channel."_s;
+            << "<!DOCTYPE html><html><head><title>Parked</title></head><p>Parked.<br>"_ba
+            << u"it is a web page, not an RSS feed."_s;
+        QTest::newRow("atom feed") << "<feed xmlns=\"http://www.w3.org/2005/Atom\"/>"_ba
+                                   << u"its root element is <feed>, not <rss>."_s;
+        QTest::newRow("no channel") << "<rss version=\"2.0\"><item/></rss>"_ba << u"it has no channel."_s;
         QTest::newRow("item without version")
             << feedWithItems(
                    "<item><sparkle:version>1.3.4</sparkle:version></item>"
                    "<item><title>Glinta 1.3.6</title><enclosure url=\"https://x.example/g.zip\"/></item>")
-            << invalid + u"item 2 (\u201CGlinta 1.3.6\u201D) has no version."_s;
+            << u"item 2 (\u201CGlinta 1.3.6\u201D) has no version."_s;
         QTest::newRow("untitled item, blank version")
             << feedWithItems("<item><sparkle:version> </sparkle:version></item>")
-            << invalid + u"item 1 has no version."_s;
+            << u"item 1 has no version."_s;
         QTest::newRow("over 4 MiB") << feedWithItems(QByteArray(maximumAppcastSize, ' '))
-                                    << invalid + u"it is larger than 4 MiB."_s;
+                                    << u"it is larger than 4 MiB."_s;
     }
 
     void rejectsWhatIsNoAppcast()
     {
         QFETCH(QByteArray, feed);
-        QFETCH(QString, description);
+        QFETCH(QString, problem);
 
+        const QString expected = u"The update feed is not a valid appcast: "_s + problem;
         try {
             parseAppcast(feed);
             QFAIL("parsed");
         } catch (const AppcastError &error) {
-            if (description.endsWith(u'…'))
-                QVERIFY2(error.description().startsWith(description.chopped(1)),
+            if (expected.endsWith(u'…'))
+                QVERIFY2(error.description().startsWith(expected.chopped(1)),
                          qPrintable(error.description()));
             else
-                QCOMPARE(error.description(), description);
+                QCOMPARE(error.description(), expected);
         }
     }
 
