@@ -310,31 +310,39 @@ void SettingsView::setLaunchesAtLogin(bool requested)
 
 void SettingsView::confirmSignOut()
 {
-    if (m_signOutAlert) {
+    askFirst(m_signOutAlert, u"Sign out of LibreLinkUp?"_s,
+             u"Glinta will forget the saved password and stop showing readings. You can sign in again at "
+             u"any time."_s,
+             u"Sign Out"_s, true, [this] {
+                 if (m_store)
+                     m_store->signOut();
+                 if (m_windows)
+                     m_windows->dismiss(u"settings"_s);
+             });
+}
+
+void SettingsView::askFirst(QPointer<QMessageBox> &slot, const QString &question, const QString &explanation,
+                            const QString &accept, bool acceptByDefault, std::function<void()> confirmed)
+{
+    if (slot) {
         glinta::activateWindow(window());
         return;
     }
 
     auto *alert = new QMessageBox(this);
     alert->setIcon(QMessageBox::Warning);
-    alert->setText(u"Sign out of LibreLinkUp?"_s);
-    alert->setInformativeText(u"Glinta will forget the saved password and stop showing readings. You can "
-                              u"sign in again at any time."_s);
-    QPushButton *signOut = alert->addButton(u"Sign Out"_s, QMessageBox::AcceptRole);
+    alert->setText(question);
+    alert->setInformativeText(explanation);
+    QPushButton *acceptButton = alert->addButton(accept, QMessageBox::AcceptRole);
     QPushButton *cancel = alert->addButton(u"Cancel"_s, QMessageBox::RejectRole);
-    alert->setDefaultButton(signOut);
+    alert->setDefaultButton(acceptByDefault ? acceptButton : cancel);
     alert->setEscapeButton(cancel);
-    m_signOutAlert = alert;
+    slot = alert;
 
-    connect(alert, &QMessageBox::finished, this, [this, alert, signOut] {
-        const bool confirmed = alert->clickedButton() == signOut;
+    connect(alert, &QMessageBox::finished, this, [alert, acceptButton, confirmed = std::move(confirmed)] {
         alert->deleteLater();
-        if (!confirmed)
-            return;
-        if (m_store)
-            m_store->signOut();
-        if (m_windows)
-            m_windows->dismiss(u"settings"_s);
+        if (alert->clickedButton() == acceptButton)
+            confirmed();
     });
 
     glinta::activateWindow(window());
@@ -426,33 +434,14 @@ void SettingsView::confirmUrgentLowOff()
 {
     // The click has already cleared the box; it stays on until the answer.
     updateAlerts();
-    if (m_urgentLowAlert) {
-        glinta::activateWindow(window());
-        return;
-    }
-
-    auto *alert = new QMessageBox(this);
-    alert->setIcon(QMessageBox::Warning);
-    alert->setText(u"Turn off urgent low alerts?"_s);
-    alert->setInformativeText(u"Glinta will no longer alert you when glucose falls below %1."_s.arg(
-        urgentLowThreshold(unitOf(m_store))));
-    QPushButton *turnOff = alert->addButton(u"Turn Off"_s, QMessageBox::AcceptRole);
-    QPushButton *cancel = alert->addButton(u"Cancel"_s, QMessageBox::RejectRole);
     // The safe answer is the one Return and Escape give.
-    alert->setDefaultButton(cancel);
-    alert->setEscapeButton(cancel);
-    m_urgentLowAlert = alert;
-
-    connect(alert, &QMessageBox::finished, this, [this, alert, turnOff] {
-        const bool confirmed = alert->clickedButton() == turnOff;
-        alert->deleteLater();
-        if (confirmed && m_preferences)
-            m_preferences->setAlertEnabled(AlertKind::urgentLow, false);
-    });
-
-    glinta::activateWindow(window());
-    // Window-modal and without an event loop of its own: the answer arrives through finished.
-    alert->open();
+    askFirst(m_urgentLowAlert, u"Turn off urgent low alerts?"_s,
+             u"Glinta will no longer alert you when glucose falls below %1."_s.arg(
+                 urgentLowThreshold(unitOf(m_store))),
+             u"Turn Off"_s, false, [this] {
+                 if (m_preferences)
+                     m_preferences->setAlertEnabled(AlertKind::urgentLow, false);
+             });
 }
 
 void SettingsView::applyColors()

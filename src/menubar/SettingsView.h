@@ -4,6 +4,8 @@
 #include <QPointer>
 #include <QWidget>
 
+#include <functional>
+
 #include <utility>
 
 class QCheckBox;
@@ -53,6 +55,10 @@ private:
     void updateAlerts();
     void setAlertEnabled(AlertKind kind, bool enabled);
     void confirmUrgentLowOff();
+    // A window-modal question without an event loop of its own; `confirmed` runs on the accepting answer.
+    // One at a time per `slot`: asking again brings the window forward.
+    void askFirst(QPointer<QMessageBox> &slot, const QString &question, const QString &explanation,
+                  const QString &accept, bool acceptByDefault, std::function<void()> confirmed);
     void applyColors();
 
     QPointer<GlucoseStore> m_store;
