@@ -27,7 +27,13 @@ void AlertMonitor::start()
     for (auto changed : {&GlucoseStore::latestChanged, &GlucoseStore::nowChanged,
                          &GlucoseStore::credentialFailureChanged, &GlucoseStore::savedEmailChanged})
         connect(m_store, changed, this, &AlertMonitor::evaluate, Qt::UniqueConnection);
-    connect(m_preferences, &Preferences::changed, this, &AlertMonitor::evaluate, Qt::UniqueConnection);
+    // Not on its own "alertState", which it writes while it evaluates.
+    connect(m_preferences, &Preferences::changed, this, [this](Preferences::Key key) {
+        using Key = Preferences::Key;
+        if (key == Key::targetLowMgPerDl || key == Key::targetHighMgPerDl || key == Key::enabledAlerts ||
+            key == Key::glucoseUnit)
+            evaluate();
+    });
     evaluate();
 }
 
