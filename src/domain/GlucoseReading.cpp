@@ -1,5 +1,6 @@
 #include "GlucoseReading.h"
 
+#include "GlucoseConstants.h"
 #include "JsonDecoding.h"
 #include "JsonWriter.h"
 #include "ReferenceDate.h"
@@ -49,6 +50,11 @@ GlucoseReading readingFromJson(const QJsonValue &value, const json::Path &at)
     reading.isHigh = json::requiredBool(object, "isHigh"_L1, at);
     reading.isLow = json::requiredBool(object, "isLow"_L1, at);
     return reading;
+}
+
+bool isStale(const GlucoseReading &reading, const QDateTime &now)
+{
+    return reading.date.msecsTo(now) > std::chrono::milliseconds(staleReadingAge).count();
 }
 
 GlucoseRange glucoseRange(const GlucoseReading &reading, const TargetRange &range)

@@ -27,6 +27,10 @@ struct GlucoseReading
     friend bool operator==(const GlucoseReading &, const GlucoseReading &) = default;
 };
 
+// More than 15 minutes old at `now`, to the millisecond: exactly 900 s is still fresh. A reading dated
+// after `now` (a clock behind the phone's) is fresh.
+bool isStale(const GlucoseReading &reading, const QDateTime &now);
+
 // Where a reading stands against a target range: the service's own high and low flags first, then the
 // range's bounds (inclusive).
 enum class GlucoseRange

@@ -37,8 +37,6 @@ namespace glinta {
 
 namespace {
 
-constexpr qint64 staleAfterMs = 900'000;
-
 QFont valueFont()
 {
     QFont font = style::font(style::TextStyle::body);
@@ -339,7 +337,7 @@ void DashboardView::updateContents()
 
     m_connection->setText(m_store->connectionName().value_or(u"LibreLinkUp"_s));
     // Judged by the wall clock whenever the dashboard changes or is shown, not by the passing of time.
-    m_stale->setVisible(latest && latest->date.msecsTo(m_wallClock()) > staleAfterMs);
+    m_stale->setVisible(latest && isStale(*latest, m_wallClock()));
 
     const std::optional<AlertKind> alert = m_store->activeAlert();
     m_alertLine->setVisible(alert.has_value());

@@ -25,7 +25,7 @@ MenuBarTitle menuBarTitle(const std::optional<GlucoseReading> &latest, GlucoseUn
     title.value = format(unit, latest->mgPerDl);
     title.trend = latest->trend;
     // Strictly more than fifteen minutes, to the millisecond: exactly 900 s is still fresh.
-    title.isStale = latest->date.msecsTo(now) > std::chrono::milliseconds(staleReadingAge).count();
+    title.isStale = isStale(*latest, now);
     title.updateWaiting = waitingVersion.has_value();
 
     title.text = title.value;

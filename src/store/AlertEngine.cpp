@@ -22,7 +22,7 @@ std::optional<bool> holds(AlertKind kind, const std::optional<GlucoseReading> &l
     if (kind == AlertKind::noReadings)
         return ageMs > std::chrono::milliseconds(AlertEngine::noReadingsAge).count();
     // Glucose alerts are judged on fresh readings only: an old value is the no-readings alert's matter.
-    if (ageMs > std::chrono::milliseconds(AlertEngine::freshReadingAge).count())
+    if (isStale(*latest, now))
         return std::nullopt;
     const double value = latest->mgPerDl;
     const bool urgent = value < AlertEngine::urgentLowMgPerDl(settings.unit);

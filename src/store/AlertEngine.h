@@ -61,8 +61,6 @@ class AlertEngine
 public:
     // 55 mg/dL, or 3.0 mmol/L (54.05 mg/dL) for a user who reads mmol/L.
     static double urgentLowMgPerDl(GlucoseUnit unit);
-    // A glucose alert goes off only on a reading this fresh.
-    static constexpr std::chrono::minutes freshReadingAge{15};
     static constexpr std::chrono::minutes noReadingsAge{20};
 
     // How long a holding condition stays quiet before it goes off again; nothing for once per episode.

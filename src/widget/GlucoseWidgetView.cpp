@@ -29,7 +29,6 @@ constexpr int mediumValuePixelSize = 30;
 constexpr int largeValuePixelSize = 34;
 constexpr int trendPixelSize = 15;
 constexpr int mediumColumnWidth = 100;
-constexpr qint64 staleAfterMs = std::chrono::milliseconds(staleReadingAge).count();
 
 QFont valueFont(int pixelSize)
 {
@@ -331,7 +330,7 @@ void GlucoseWidgetView::fill()
     m_parts.connection->setText(snapshot.connectionName.value_or(u"Glinta"_s));
     setTextColor(m_parts.connection, secondary);
     // Against the entry's own instant, so that entries scheduled for later turn stale by themselves.
-    m_parts.stale->setVisible(ageMs > staleAfterMs);
+    m_parts.stale->setVisible(isStale(latest, m_entry.date));
     setSymbol(m_parts.stale, u"clock.badge.exclamationmark"_s, style::orange(colours),
               style::TextStyle::caption2);
 
