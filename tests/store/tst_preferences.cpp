@@ -10,6 +10,7 @@
 #include <QTest>
 
 #include <cstdlib>
+#include <tuple>
 
 using namespace Qt::StringLiterals;
 using namespace glinta;
@@ -46,28 +47,16 @@ private Q_SLOTS:
         QCOMPARE(open()->glucoseUnit(), GlucoseUnit::mgPerDl);
     }
 
-    // A hand-edited range that is unreadable or not one the user could pick reads as the default.
-    void targetRangeReading_data()
-    {
-        QTest::addColumn<QString>("low");
-        QTest::addColumn<QString>("high");
-        QTest::addColumn<double>("readLow");
-        QTest::addColumn<double>("readHigh");
-        QTest::newRow("own") << u"80"_s << u"250.5"_s << 80.0 << 250.5;
-        QTest::newRow("unreadable") << u"eighty"_s << u"250"_s << 70.0 << 180.0;
-        QTest::newRow("too narrow") << u"115"_s << u"120"_s << 70.0 << 180.0;
-        QTest::newRow("not a number") << u"nan"_s << u"250"_s << 70.0 << 180.0;
-    }
-
+    // A hand-edited range that is unreadable, or not one the user could pick, reads as the default.
     void targetRangeReading()
     {
-        QFETCH(QString, low);
-        QFETCH(QString, high);
-        seed(u"targetLowMgPerDl"_s, low);
-        seed(u"targetHighMgPerDl"_s, high);
-        const TargetRange range = open()->targetRange();
-        QTEST(range.lowMgPerDl, "readLow");
-        QTEST(range.highMgPerDl, "readHigh");
+        const QList<std::tuple<const char *, const char *, TargetRange>> rows{
+            {"80", "250.5", {80, 250.5}}, {"eighty", "250", {}}, {"115", "120", {}}, {"nan", "250", {}}};
+        for (const auto &[low, high, read] : rows) {
+            seed(u"targetLowMgPerDl"_s, QString::fromLatin1(low));
+            seed(u"targetHighMgPerDl"_s, QString::fromLatin1(high));
+            QCOMPARE(open()->targetRange(), read);
+        }
     }
 
     // The switches survive a restart; the signed-out alert cannot be turned off.
