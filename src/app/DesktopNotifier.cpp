@@ -100,23 +100,32 @@ void DesktopNotifier::close(AlertKind kind)
     m_bus.asyncCall(QDBusMessage::createMethodCall(service, path, interface, u"CloseNotification"_s) << id);
 }
 
+std::optional<AlertKind> DesktopNotifier::kindOf(uint id) const
+{
+    // Signals name every client's notifications; only ours are known here.
+    for (auto it = m_ids.cbegin(); it != m_ids.cend(); ++it) {
+        if (id != 0 && it.value() == id)
+            return it.key();
+    }
+    return std::nullopt;
+}
+
 void DesktopNotifier::onActionInvoked(uint id, const QString &action)
 {
-    const AlertKind kind = m_ids.key(id, AlertKind::signedOut);
-    if (id == 0 || m_ids.value(kind) != id)
+    const std::optional<AlertKind> kind = kindOf(id);
+    if (!kind)
         return;
     if (action == u"snooze-30")
-        Q_EMIT snoozeRequested(kind, 30min);
+        Q_EMIT snoozeRequested(*kind, 30min);
     else if (action == u"snooze-120")
-        Q_EMIT snoozeRequested(kind, 120min);
+        Q_EMIT snoozeRequested(*kind, 120min);
 }
 
 void DesktopNotifier::onNotificationClosed(uint id, uint)
 {
     // A closed one is not replaced but shown anew.
-    const AlertKind kind = m_ids.key(id, AlertKind::signedOut);
-    if (m_ids.value(kind) == id)
-        m_ids.remove(kind);
+    if (const std::optional<AlertKind> kind = kindOf(id))
+        m_ids.remove(*kind);
 }
 
 } // namespace glinta

@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 
 namespace glinta {
 
@@ -46,6 +47,8 @@ private Q_SLOTS:
     void onNotificationClosed(uint id, uint reason);
 
 private:
+    std::optional<AlertKind> kindOf(uint id) const;
+
     QDBusConnection m_bus;
     QImage m_icon;
     Fallback m_fallback;

@@ -26,29 +26,16 @@ std::optional<AlertKind> alertKindFromName(QStringView name)
 
 QString alertTitle(AlertKind kind, const std::optional<GlucoseReading> &latest, GlucoseUnit unit)
 {
-    QString name;
-    switch (kind) {
-    case AlertKind::urgentLow:
-        name = u"Urgent low"_s;
-        break;
-    case AlertKind::low:
-        name = u"Low"_s;
-        break;
-    case AlertKind::high:
-        name = u"High"_s;
-        break;
-    case AlertKind::fallingFast:
-        name = u"Falling fast"_s;
-        break;
-    case AlertKind::risingFast:
-        name = u"Rising fast"_s;
-        break;
-    case AlertKind::noReadings:
-        return u"No new readings"_s;
-    case AlertKind::signedOut:
-        return u"Signed out by LibreLinkUp"_s;
-    }
-    if (!latest)
+    static const QStringList names{u"Urgent low"_s,
+                                   u"Low"_s,
+                                   u"High"_s,
+                                   u"Falling fast"_s,
+                                   u"Rising fast"_s,
+                                   u"No new readings"_s,
+                                   u"Signed out by LibreLinkUp"_s};
+    const QString &name = names.at(int(kind));
+    // The last two are about the service, not a value.
+    if (!latest || kind == AlertKind::noReadings || kind == AlertKind::signedOut)
         return name;
     QString title = name + u": "_s + format(unit, latest->mgPerDl);
     if (latest->trend)
