@@ -3,15 +3,15 @@
 // The store wired as the program wires it, over glinta-sim in a process of its own: a real client on
 // loopback, the snapshot file and settings in a throwaway folder, the demo account's password in memory
 // (a benchmark run has no keyring).
-#include "BuildInfo.h"
-#include "Clock.h"
-#include "GlucoseStore.h"
-#include "LibreLinkUpClient.h"
 #include "MemoryKeychain.h"
-#include "Preferences.h"
-#include "SharedSnapshotStore.h"
 #include "SimulatorProcess.h"
-#include "WidgetReloader.h"
+#include "client/LibreLinkUpClient.h"
+#include "snapshot/SharedSnapshotStore.h"
+#include "snapshot/WidgetReloader.h"
+#include "store/GlucoseStore.h"
+#include "store/Preferences.h"
+#include "support/BuildInfo.h"
+#include "support/Clock.h"
 
 #include <QDateTime>
 #include <QNetworkAccessManager>

@@ -1,7 +1,7 @@
 #pragma once
 
 // glinta-sim in a process of its own, so a benchmark's CPU time is the client's alone.
-#include "ServiceEndpoints.h"
+#include "client/ServiceEndpoints.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

@@ -1,9 +1,9 @@
 // One poll cycle as the program runs it (sign-in with a region redirect, connections, graph) and a
 // graph fetch on an established session, against glinta-sim in its own process on loopback so the
 // CPU time measured is the client's alone.
-#include "LibreLinkUpClient.h"
 #include "QtBenchmarkMain.h"
 #include "SimulatorProcess.h"
+#include "client/LibreLinkUpClient.h"
 
 #include <QCoreApplication>
 #include <QNetworkAccessManager>

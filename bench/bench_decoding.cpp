@@ -1,9 +1,9 @@
 // Decoding a 12-hour graph response and turning it into readings, and splitting a day's worth of
 // readings into chart segments: the work behind every poll and every redraw.
-#include "GlucoseChartSeries.h"
-#include "GlucoseConstants.h"
-#include "LLURecords.h"
-#include "ServiceMapping.h"
+#include "client/LLURecords.h"
+#include "client/ServiceMapping.h"
+#include "domain/GlucoseChartSeries.h"
+#include "domain/GlucoseConstants.h"
 
 #include <QDateTime>
 #include <QLocale>

@@ -4,15 +4,15 @@
 // scripts/headless-session.sh) adds what talking to an X server costs. CPU times are the whole process's,
 // so the network thread counts too; glinta-sim runs in a process of its own and does not.
 #include "BenchRig.h"
-#include "GlucoseChartView.h"
-#include "GlucosePanelView.h"
-#include "GlucoseStore.h"
-#include "ImageExport.h"
-#include "MenuBarLabel.h"
-#include "Preferences.h"
 #include "QtBenchmarkMain.h"
-#include "StatusItem.h"
-#include "WindowRegistry.h"
+#include "app/ImageExport.h"
+#include "app/StatusItem.h"
+#include "menubar/GlucoseChartView.h"
+#include "menubar/GlucosePanelView.h"
+#include "menubar/MenuBarLabel.h"
+#include "menubar/WindowRegistry.h"
+#include "store/GlucoseStore.h"
+#include "store/Preferences.h"
 
 #include <QApplication>
 #include <QDir>

@@ -78,3 +78,21 @@ function(glinta_add_test name)
             SKIP_REGULAR_EXPRESSION "SKIP   : ")
     endif()
 endfunction()
+
+# glinta_platform_sources(<target> <seam>... [LINUX_LIBRARIES lib...])
+#
+# Each seam is a neutral <seam>.h with two sides: <seam>_linux.cpp, and <seam>_portable.cpp built only
+# from Qt, which GLINTA_PORTABLE picks (and any system but Linux gets). A port adds its own side here.
+function(glinta_platform_sources target)
+    cmake_parse_arguments(ARG "" "" "LINUX_LIBRARIES" ${ARGN})
+    foreach(seam IN LISTS ARG_UNPARSED_ARGUMENTS)
+        if(GLINTA_PORTABLE)
+            target_sources(${target} PRIVATE ${seam}_portable.cpp)
+        else()
+            target_sources(${target} PRIVATE ${seam}_linux.cpp)
+        endif()
+    endforeach()
+    if(NOT GLINTA_PORTABLE AND ARG_LINUX_LIBRARIES)
+        target_link_libraries(${target} PRIVATE ${ARG_LINUX_LIBRARIES})
+    endif()
+endfunction()

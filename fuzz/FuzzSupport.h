@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Error.h"
-#include "LLURecords.h"
+#include "client/LLURecords.h"
+#include "support/Error.h"
 
 #include <QByteArray>
 #include <QLoggingCategory>

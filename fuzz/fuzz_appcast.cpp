@@ -1,7 +1,7 @@
 // The update feed, and the version order over what it offers: an order (reflexive, antisymmetric,
 // transitive), and newestUpdate picking a newer item than the running build that no other item beats.
-#include "AppcastItem.h"
 #include "FuzzSupport.h"
+#include "update/AppcastItem.h"
 
 #include <QStringList>
 

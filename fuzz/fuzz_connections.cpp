@@ -1,7 +1,7 @@
 // The connections response, and what the store takes from its first connection.
 #include "FuzzSupport.h"
-#include "LLURecords.h"
-#include "ServiceMapping.h"
+#include "client/LLURecords.h"
+#include "client/ServiceMapping.h"
 
 using namespace glinta;
 

@@ -1,9 +1,9 @@
 // The graph response, mapped to readings as the store does, then published as the widget's snapshot,
 // which must read back as what was written.
 #include "FuzzSupport.h"
-#include "GlucoseSnapshot.h"
-#include "LLURecords.h"
-#include "ServiceMapping.h"
+#include "client/LLURecords.h"
+#include "client/ServiceMapping.h"
+#include "snapshot/GlucoseSnapshot.h"
 
 using namespace glinta;
 

@@ -1,7 +1,7 @@
 // The login response; what it decodes to also goes through the login body's encoder, whose JSON must
 // read back as the same text.
 #include "FuzzSupport.h"
-#include "LLURecords.h"
+#include "client/LLURecords.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>

@@ -1,7 +1,7 @@
 // The widget's snapshot file. What decodes must survive being written again: the same value back, and
 // the same bytes from a second write.
 #include "FuzzSupport.h"
-#include "GlucoseSnapshot.h"
+#include "snapshot/GlucoseSnapshot.h"
 
 using namespace glinta;
 

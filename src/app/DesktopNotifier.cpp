@@ -1,6 +1,6 @@
-#include "DesktopNotifier.h"
+#include "app/DesktopNotifier.h"
 
-#include "Logging.h"
+#include "support/Logging.h"
 
 #include <QDBusArgument>
 #include <QDBusMessage>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "AlertKind.h"
-#include "BuildInfo.h"
-#include "ServiceEndpoints.h"
+#include "client/ServiceEndpoints.h"
+#include "domain/AlertKind.h"
+#include "support/BuildInfo.h"
 
 #include <QNetworkAccessManager>
 #include <QObject>

@@ -1,12 +1,12 @@
-#include "ImageExport.h"
+#include "app/ImageExport.h"
 
-#include "DashboardView.h"
-#include "GlucosePanelView.h"
-#include "GlucoseStore.h"
-#include "GlucoseWidgetView.h"
-#include "Logging.h"
-#include "Preferences.h"
-#include "SystemStyle.h"
+#include "menubar/DashboardView.h"
+#include "menubar/GlucosePanelView.h"
+#include "store/GlucoseStore.h"
+#include "store/Preferences.h"
+#include "support/Logging.h"
+#include "uikit/SystemStyle.h"
+#include "widget/GlucoseWidgetView.h"
 
 #include <QBuffer>
 #include <QFile>

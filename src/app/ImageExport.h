@@ -1,6 +1,6 @@
 #pragma once
 
-#include "GlucoseSnapshot.h"
+#include "snapshot/GlucoseSnapshot.h"
 
 #include <QDateTime>
 #include <QDir>

@@ -1,6 +1,6 @@
-#include "SingleInstance.h"
+#include "app/SingleInstance.h"
 
-#include "Logging.h"
+#include "support/Logging.h"
 
 #include <QCryptographicHash>
 #include <QDir>

@@ -1,8 +1,8 @@
-#include "StandardUserDriver.h"
+#include "app/StandardUserDriver.h"
 
-#include "BuildInfo.h"
-#include "UpdateWindow.h"
-#include "WindowRegistry.h"
+#include "app/UpdateWindow.h"
+#include "menubar/WindowRegistry.h"
+#include "support/BuildInfo.h"
 
 #include <QCursor>
 #include <QGuiApplication>

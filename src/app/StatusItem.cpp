@@ -1,8 +1,8 @@
-#include "StatusItem.h"
+#include "app/StatusItem.h"
 
-#include "Logging.h"
-#include "TrayIconEngine.h"
-#include "WindowRegistry.h"
+#include "menubar/TrayIconEngine.h"
+#include "menubar/WindowRegistry.h"
+#include "support/Logging.h"
 
 #include <QApplication>
 #include <QCursor>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MenuBarLabel.h"
+#include "menubar/MenuBarLabel.h"
 
 #include <QElapsedTimer>
 #include <QFrame>

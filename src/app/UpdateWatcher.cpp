@@ -1,7 +1,7 @@
-#include "UpdateWatcher.h"
+#include "app/UpdateWatcher.h"
 
-#include "Logging.h"
-#include "Preferences.h"
+#include "store/Preferences.h"
+#include "support/Logging.h"
 
 namespace glinta {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "UserDriver.h"
+#include "update/UserDriver.h"
 
 #include <QPointer>
 

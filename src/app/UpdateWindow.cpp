@@ -1,8 +1,8 @@
-#include "UpdateWindow.h"
+#include "app/UpdateWindow.h"
 
-#include "ProgressSpinner.h"
-#include "Symbols.h"
-#include "SystemStyle.h"
+#include "uikit/ProgressSpinner.h"
+#include "uikit/Symbols.h"
+#include "uikit/SystemStyle.h"
 
 #include <QCloseEvent>
 #include <QDesktopServices>

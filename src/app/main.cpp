@@ -1,9 +1,9 @@
-#include "BuildInfo.h"
-#include "GlintaApp.h"
-#include "QuitSignals.h"
-#include "SingleInstance.h"
-#include "StatusItem.h"
-#include "Symbols.h"
+#include "app/GlintaApp.h"
+#include "app/SingleInstance.h"
+#include "app/StatusItem.h"
+#include "support/BuildInfo.h"
+#include "support/QuitSignals.h"
+#include "uikit/Symbols.h"
 
 #include <QApplication>
 #include <QCommandLineParser>

@@ -1,4 +1,4 @@
-#include "AppVersion.h"
+#include "client/AppVersion.h"
 
 #include <QStringList>
 

@@ -1,4 +1,4 @@
-#include "ClientError.h"
+#include "client/ClientError.h"
 
 using namespace Qt::StringLiterals;
 

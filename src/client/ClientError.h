@@ -1,7 +1,7 @@
 #pragma once
 
-#include "AppVersion.h"
-#include "Error.h"
+#include "client/AppVersion.h"
+#include "support/Error.h"
 
 #include <QByteArray>
 

@@ -1,4 +1,4 @@
-#include "GuardedTransfer.h"
+#include "client/GuardedTransfer.h"
 
 #include <QNetworkAccessManager>
 #include <QSslError>

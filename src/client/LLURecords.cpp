@@ -1,7 +1,7 @@
-#include "LLURecords.h"
+#include "client/LLURecords.h"
 
-#include "JsonDecoding.h"
-#include "JsonWriter.h"
+#include "support/JsonDecoding.h"
+#include "support/JsonWriter.h"
 
 using namespace Qt::StringLiterals;
 

@@ -1,10 +1,10 @@
-#include "LibreLinkUpClient.h"
+#include "client/LibreLinkUpClient.h"
 
-#include "ClientError.h"
-#include "DecodingError.h"
-#include "GuardedTransfer.h"
-#include "Logging.h"
-#include "TransportError.h"
+#include "client/ClientError.h"
+#include "client/GuardedTransfer.h"
+#include "client/TransportError.h"
+#include "support/DecodingError.h"
+#include "support/Logging.h"
 
 #include <QCryptographicHash>
 #include <QNetworkAccessManager>

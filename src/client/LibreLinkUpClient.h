@@ -1,10 +1,10 @@
 #pragma once
 
-#include "AppVersion.h"
-#include "Cancellation.h"
-#include "LLURecords.h"
-#include "RequestGate.h"
-#include "ServiceEndpoints.h"
+#include "client/AppVersion.h"
+#include "client/LLURecords.h"
+#include "client/RequestGate.h"
+#include "client/ServiceEndpoints.h"
+#include "support/Cancellation.h"
 
 #include <QNetworkRequest>
 #include <QPointer>

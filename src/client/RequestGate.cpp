@@ -1,6 +1,6 @@
-#include "RequestGate.h"
+#include "client/RequestGate.h"
 
-#include "TransportError.h"
+#include "client/TransportError.h"
 
 #include <QCoreApplication>
 #include <QTimer>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cancellation.h"
+#include "support/Cancellation.h"
 
 #include <qcoro/qcorotask.h>
 

@@ -1,7 +1,7 @@
-#include "ServiceAddressFile.h"
+#include "client/ServiceAddressFile.h"
 
-#include "DecodingError.h"
-#include "JsonDecoding.h"
+#include "support/DecodingError.h"
+#include "support/JsonDecoding.h"
 
 #include <QFile>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ServiceEndpoints.h"
+#include "client/ServiceEndpoints.h"
 
 #include <QString>
 

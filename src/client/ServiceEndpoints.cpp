@@ -1,4 +1,4 @@
-#include "ServiceEndpoints.h"
+#include "client/ServiceEndpoints.h"
 
 using namespace Qt::StringLiterals;
 

@@ -1,7 +1,7 @@
-#include "ServiceMapping.h"
+#include "client/ServiceMapping.h"
 
-#include "Logging.h"
-#include "ServiceTimestamp.h"
+#include "client/ServiceTimestamp.h"
+#include "support/Logging.h"
 
 #include <algorithm>
 

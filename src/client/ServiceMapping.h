@@ -1,7 +1,7 @@
 #pragma once
 
-#include "GlucoseReading.h"
-#include "LLURecords.h"
+#include "client/LLURecords.h"
+#include "domain/GlucoseReading.h"
 
 #include <QList>
 #include <QString>

@@ -1,6 +1,6 @@
-#include "AlertKind.h"
+#include "domain/AlertKind.h"
 
-#include "RelativeTime.h"
+#include "domain/RelativeTime.h"
 
 #include <QStringList>
 

@@ -1,6 +1,6 @@
-#include "GlucoseChartSeries.h"
+#include "domain/GlucoseChartSeries.h"
 
-#include "GlucoseConstants.h"
+#include "domain/GlucoseConstants.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,9 +1,9 @@
-#include "GlucoseReading.h"
+#include "domain/GlucoseReading.h"
 
-#include "GlucoseConstants.h"
-#include "JsonDecoding.h"
-#include "JsonWriter.h"
-#include "ReferenceDate.h"
+#include "domain/GlucoseConstants.h"
+#include "domain/ReferenceDate.h"
+#include "support/JsonDecoding.h"
+#include "support/JsonWriter.h"
 
 using namespace Qt::StringLiterals;
 

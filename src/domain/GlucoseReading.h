@@ -1,7 +1,7 @@
 #pragma once
 
-#include "TargetRange.h"
-#include "TrendArrow.h"
+#include "domain/TargetRange.h"
+#include "domain/TrendArrow.h"
 
 #include <QDateTime>
 #include <QJsonValue>

@@ -1,4 +1,4 @@
-#include "GlucoseStatistics.h"
+#include "domain/GlucoseStatistics.h"
 
 #include <cmath>
 #include <cstdint>

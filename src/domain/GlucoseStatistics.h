@@ -1,7 +1,7 @@
 #pragma once
 
-#include "GlucoseReading.h"
-#include "GlucoseUnit.h"
+#include "domain/GlucoseReading.h"
+#include "domain/GlucoseUnit.h"
 
 #include <QList>
 #include <QString>

@@ -1,6 +1,6 @@
-#include "GlucoseUnit.h"
+#include "domain/GlucoseUnit.h"
 
-#include "GlucoseConstants.h"
+#include "domain/GlucoseConstants.h"
 
 #include <charconv>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "ReferenceDate.h"
+#include "domain/ReferenceDate.h"
 
 #include <cmath>
 

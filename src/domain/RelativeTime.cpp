@@ -1,4 +1,4 @@
-#include "RelativeTime.h"
+#include "domain/RelativeTime.h"
 
 using namespace Qt::StringLiterals;
 

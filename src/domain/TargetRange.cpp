@@ -1,4 +1,4 @@
-#include "TargetRange.h"
+#include "domain/TargetRange.h"
 
 namespace glinta {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "GlucoseConstants.h"
+#include "domain/GlucoseConstants.h"
 
 #include <optional>
 

@@ -1,4 +1,4 @@
-#include "TrendArrow.h"
+#include "domain/TrendArrow.h"
 
 using namespace Qt::StringLiterals;
 

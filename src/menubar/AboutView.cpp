@@ -1,7 +1,7 @@
-#include "AboutView.h"
+#include "menubar/AboutView.h"
 
-#include "Symbols.h"
-#include "SystemStyle.h"
+#include "uikit/Symbols.h"
+#include "uikit/SystemStyle.h"
 
 #include <QLabel>
 #include <QVBoxLayout>

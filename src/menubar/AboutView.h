@@ -1,6 +1,6 @@
 #pragma once
 
-#include "BuildInfo.h"
+#include "support/BuildInfo.h"
 
 #include <QWidget>
 

@@ -1,9 +1,9 @@
-#include "GlucoseChartView.h"
+#include "menubar/GlucoseChartView.h"
 
-#include "GlucoseChartSeries.h"
-#include "GlucoseConstants.h"
-#include "GlucoseStore.h"
-#include "SystemStyle.h"
+#include "domain/GlucoseChartSeries.h"
+#include "domain/GlucoseConstants.h"
+#include "store/GlucoseStore.h"
+#include "uikit/SystemStyle.h"
 
 #include <QEvent>
 #include <QGraphicsLayout>

@@ -1,9 +1,9 @@
-#include "GlucosePanelView.h"
+#include "menubar/GlucosePanelView.h"
 
-#include "DashboardView.h"
-#include "GlucoseStore.h"
-#include "SignInPromptView.h"
-#include "UpdateBannerView.h"
+#include "menubar/DashboardView.h"
+#include "menubar/SignInPromptView.h"
+#include "menubar/UpdateBannerView.h"
+#include "store/GlucoseStore.h"
 
 #include <QVBoxLayout>
 

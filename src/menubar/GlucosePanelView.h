@@ -1,6 +1,6 @@
 #pragma once
 
-#include "AlertKind.h"
+#include "domain/AlertKind.h"
 
 #include <QPointer>
 #include <QWidget>

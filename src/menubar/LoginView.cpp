@@ -1,11 +1,11 @@
-#include "LoginView.h"
+#include "menubar/LoginView.h"
 
-#include "GlucoseStore.h"
-#include "ProgressSpinner.h"
-#include "SymbolLabel.h"
-#include "Symbols.h"
-#include "SystemStyle.h"
-#include "WindowRegistry.h"
+#include "menubar/WindowRegistry.h"
+#include "store/GlucoseStore.h"
+#include "uikit/ProgressSpinner.h"
+#include "uikit/SymbolLabel.h"
+#include "uikit/Symbols.h"
+#include "uikit/SystemStyle.h"
 
 #include <QEvent>
 #include <QHBoxLayout>

@@ -1,4 +1,4 @@
-#include "PopupMenu.h"
+#include "menubar/PopupMenu.h"
 
 #include <QKeyEvent>
 

@@ -1,4 +1,4 @@
-#include "ReleaseNotes.h"
+#include "menubar/ReleaseNotes.h"
 
 using namespace Qt::StringLiterals;
 

@@ -1,9 +1,9 @@
-#include "SignInPromptView.h"
+#include "menubar/SignInPromptView.h"
 
-#include "SymbolLabel.h"
-#include "Symbols.h"
-#include "SystemStyle.h"
-#include "WindowRegistry.h"
+#include "menubar/WindowRegistry.h"
+#include "uikit/SymbolLabel.h"
+#include "uikit/Symbols.h"
+#include "uikit/SystemStyle.h"
 
 #include <QEvent>
 #include <QHBoxLayout>

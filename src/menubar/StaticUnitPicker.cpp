@@ -1,6 +1,6 @@
-#include "StaticUnitPicker.h"
+#include "menubar/StaticUnitPicker.h"
 
-#include "SystemStyle.h"
+#include "uikit/SystemStyle.h"
 
 #include <QFontMetrics>
 #include <QPainter>

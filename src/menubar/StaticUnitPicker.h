@@ -1,6 +1,6 @@
 #pragma once
 
-#include "GlucoseUnit.h"
+#include "domain/GlucoseUnit.h"
 
 #include <QWidget>
 

@@ -1,6 +1,6 @@
-#include "TrayIconEngine.h"
+#include "menubar/TrayIconEngine.h"
 
-#include "TrayIconPainter.h"
+#include "menubar/TrayIconPainter.h"
 
 #include <QPainter>
 

@@ -1,4 +1,4 @@
-#include "TrayIconPainter.h"
+#include "menubar/TrayIconPainter.h"
 
 #include <QFont>
 #include <QFontMetricsF>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MenuBarLabel.h"
+#include "domain/MenuBarTitle.h"
 
 #include <QColor>
 #include <QImage>

@@ -1,9 +1,9 @@
-#include "UpdateBannerView.h"
+#include "menubar/UpdateBannerView.h"
 
-#include "Preferences.h"
-#include "Symbols.h"
-#include "SystemStyle.h"
-#include "Updater.h"
+#include "store/Preferences.h"
+#include "uikit/Symbols.h"
+#include "uikit/SystemStyle.h"
+#include "update/Updater.h"
 
 #include <QEvent>
 #include <QHBoxLayout>

@@ -1,7 +1,7 @@
-#include "WhatsNewView.h"
+#include "menubar/WhatsNewView.h"
 
-#include "ReleaseNotes.h"
-#include "SystemStyle.h"
+#include "menubar/ReleaseNotes.h"
+#include "uikit/SystemStyle.h"
 
 #include <QEvent>
 #include <QHBoxLayout>

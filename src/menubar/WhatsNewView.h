@@ -1,6 +1,6 @@
 #pragma once
 
-#include "SystemStyle.h"
+#include "uikit/SystemStyle.h"
 
 #include <QList>
 #include <QWidget>

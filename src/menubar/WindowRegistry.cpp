@@ -1,4 +1,4 @@
-#include "WindowRegistry.h"
+#include "menubar/WindowRegistry.h"
 
 #include <QCursor>
 #include <QGuiApplication>

@@ -1,4 +1,4 @@
-#include "KeychainStore.h"
+#include "persistence/KeychainStore.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>

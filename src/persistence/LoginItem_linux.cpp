@@ -1,4 +1,4 @@
-#include "LoginItem.h"
+#include "persistence/LoginItem.h"
 
 #include <QCoreApplication>
 #include <QDir>

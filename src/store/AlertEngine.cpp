@@ -1,4 +1,4 @@
-#include "AlertEngine.h"
+#include "store/AlertEngine.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>

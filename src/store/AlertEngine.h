@@ -1,8 +1,8 @@
 #pragma once
 
-#include "AlertKind.h"
-#include "GlucoseReading.h"
-#include "TargetRange.h"
+#include "domain/AlertKind.h"
+#include "domain/GlucoseReading.h"
+#include "domain/TargetRange.h"
 
 #include <QDateTime>
 #include <QHash>

@@ -1,7 +1,7 @@
-#include "AlertMonitor.h"
+#include "store/AlertMonitor.h"
 
-#include "GlucoseStore.h"
-#include "Preferences.h"
+#include "store/GlucoseStore.h"
+#include "store/Preferences.h"
 
 #include <array>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "AlertEngine.h"
+#include "store/AlertEngine.h"
 
 #include <QObject>
 #include <QPointer>

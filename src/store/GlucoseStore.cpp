@@ -1,14 +1,14 @@
-#include "GlucoseStore.h"
+#include "store/GlucoseStore.h"
 
-#include "ClientError.h"
-#include "Clock.h"
-#include "GlucoseSnapshot.h"
-#include "KeychainStore.h"
-#include "Logging.h"
-#include "Preferences.h"
-#include "ServiceMapping.h"
-#include "SharedSnapshotStore.h"
-#include "WidgetReloader.h"
+#include "client/ClientError.h"
+#include "client/ServiceMapping.h"
+#include "persistence/KeychainStore.h"
+#include "snapshot/GlucoseSnapshot.h"
+#include "snapshot/SharedSnapshotStore.h"
+#include "snapshot/WidgetReloader.h"
+#include "store/Preferences.h"
+#include "support/Clock.h"
+#include "support/Logging.h"
 
 using namespace Qt::StringLiterals;
 

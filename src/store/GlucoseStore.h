@@ -1,14 +1,14 @@
 #pragma once
 
-#include "AlertKind.h"
-#include "BuildInfo.h"
-#include "Cancellation.h"
-#include "Error.h"
-#include "GlucoseReading.h"
-#include "GlucoseUnit.h"
-#include "LibreLinkUpClient.h"
-#include "RateLimitBackOff.h"
-#include "TargetRange.h"
+#include "client/LibreLinkUpClient.h"
+#include "domain/AlertKind.h"
+#include "domain/GlucoseReading.h"
+#include "domain/GlucoseUnit.h"
+#include "domain/TargetRange.h"
+#include "store/RateLimitBackOff.h"
+#include "support/BuildInfo.h"
+#include "support/Cancellation.h"
+#include "support/Error.h"
 
 #include <QDateTime>
 #include <QList>

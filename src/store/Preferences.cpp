@@ -1,8 +1,8 @@
-#include "Preferences.h"
+#include "store/Preferences.h"
 
-#include "BuildInfo.h"
-#include "Logging.h"
-#include "WidgetReloader.h"
+#include "snapshot/WidgetReloader.h"
+#include "support/BuildInfo.h"
+#include "support/Logging.h"
 
 #include <QLocale>
 

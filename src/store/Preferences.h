@@ -1,8 +1,8 @@
 #pragma once
 
-#include "AlertEngine.h"
-#include "GlucoseUnit.h"
-#include "TargetRange.h"
+#include "domain/GlucoseUnit.h"
+#include "domain/TargetRange.h"
+#include "store/AlertEngine.h"
 
 #include <QDateTime>
 #include <QObject>

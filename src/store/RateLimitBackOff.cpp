@@ -1,4 +1,4 @@
-#include "RateLimitBackOff.h"
+#include "store/RateLimitBackOff.h"
 
 #include <QLocale>
 #include <QStringList>

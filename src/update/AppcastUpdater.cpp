@@ -1,9 +1,9 @@
-#include "AppcastUpdater.h"
+#include "update/AppcastUpdater.h"
 
-#include "Clock.h"
-#include "GuardedTransfer.h"
-#include "Logging.h"
-#include "Preferences.h"
+#include "client/GuardedTransfer.h"
+#include "store/Preferences.h"
+#include "support/Clock.h"
+#include "support/Logging.h"
 
 #include <QNetworkAccessManager>
 

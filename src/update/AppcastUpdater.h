@@ -1,10 +1,10 @@
 #pragma once
 
-#include "AppcastItem.h"
-#include "BuildInfo.h"
-#include "Cancellation.h"
-#include "Updater.h"
-#include "UserDriver.h"
+#include "support/BuildInfo.h"
+#include "support/Cancellation.h"
+#include "update/AppcastItem.h"
+#include "update/Updater.h"
+#include "update/UserDriver.h"
 
 #include <QNetworkRequest>
 #include <QPointer>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "AppcastItem.h"
+#include "update/AppcastItem.h"
 
 #include <QString>
 

@@ -1,4 +1,4 @@
-#include "DesktopWidgetWindow.h"
+#include "widget/DesktopWidgetWindow.h"
 
 #include <QAction>
 #include <QActionGroup>

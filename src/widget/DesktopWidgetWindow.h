@@ -1,7 +1,7 @@
 #pragma once
 
-#include "GlucoseEntry.h"
-#include "GlucoseWidgetView.h"
+#include "widget/GlucoseEntry.h"
+#include "widget/GlucoseWidgetView.h"
 
 #include <QPoint>
 #include <QPointer>

@@ -1,12 +1,12 @@
-#include "GlucoseWidgetView.h"
+#include "widget/GlucoseWidgetView.h"
 
-#include "ElidedLabel.h"
-#include "GlucoseConstants.h"
-#include "GlucoseStatistics.h"
-#include "RelativeTime.h"
-#include "Symbols.h"
-#include "SystemStyle.h"
-#include "WidgetChart.h"
+#include "domain/GlucoseConstants.h"
+#include "domain/GlucoseStatistics.h"
+#include "domain/RelativeTime.h"
+#include "uikit/ElidedLabel.h"
+#include "uikit/Symbols.h"
+#include "uikit/SystemStyle.h"
+#include "widget/WidgetChart.h"
 
 #include <QEvent>
 #include <QFontDatabase>

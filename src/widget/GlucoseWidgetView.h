@@ -1,6 +1,6 @@
 #pragma once
 
-#include "GlucoseEntry.h"
+#include "widget/GlucoseEntry.h"
 
 #include <QList>
 #include <QWidget>

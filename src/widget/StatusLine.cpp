@@ -1,7 +1,7 @@
-#include "StatusLine.h"
+#include "widget/StatusLine.h"
 
-#include "MenuBarLabel.h"
-#include "TimelineProvider.h"
+#include "domain/MenuBarTitle.h"
+#include "widget/TimelineProvider.h"
 
 #include <QFileDevice>
 #include <QIODevice>

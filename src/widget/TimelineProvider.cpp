@@ -1,7 +1,7 @@
-#include "TimelineProvider.h"
+#include "widget/TimelineProvider.h"
 
-#include "Clock.h"
-#include "SharedSnapshotStore.h"
+#include "snapshot/SharedSnapshotStore.h"
+#include "support/Clock.h"
 
 namespace glinta {
 

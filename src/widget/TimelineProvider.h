@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Cancellation.h"
-#include "GlucoseEntry.h"
+#include "support/Cancellation.h"
+#include "widget/GlucoseEntry.h"
 
 #include <QObject>
 #include <QPointer>

@@ -1,7 +1,7 @@
-#include "WidgetChart.h"
+#include "widget/WidgetChart.h"
 
-#include "GlucoseSnapshot.h"
-#include "SystemStyle.h"
+#include "snapshot/GlucoseSnapshot.h"
+#include "uikit/SystemStyle.h"
 
 #include <QFontMetrics>
 #include <QPainter>

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "GlucoseChartSeries.h"
-#include "GlucoseConstants.h"
-#include "GlucoseReading.h"
-#include "GlucoseUnit.h"
+#include "domain/GlucoseChartSeries.h"
+#include "domain/GlucoseConstants.h"
+#include "domain/GlucoseReading.h"
+#include "domain/GlucoseUnit.h"
 
 #include <QList>
 #include <QWidget>

@@ -1,12 +1,12 @@
-#include "BuildInfo.h"
-#include "Clock.h"
-#include "DesktopWidgetWindow.h"
-#include "QuitSignals.h"
-#include "SharedSnapshotStore.h"
-#include "StatusLine.h"
-#include "Symbols.h"
-#include "TimelineProvider.h"
-#include "WidgetReloadListener.h"
+#include "snapshot/SharedSnapshotStore.h"
+#include "snapshot/WidgetReloadListener.h"
+#include "support/BuildInfo.h"
+#include "support/Clock.h"
+#include "support/QuitSignals.h"
+#include "uikit/Symbols.h"
+#include "widget/DesktopWidgetWindow.h"
+#include "widget/StatusLine.h"
+#include "widget/TimelineProvider.h"
 
 #include <QApplication>
 #include <QCommandLineParser>

@@ -1,6 +1,6 @@
-#include "DesktopNotifier.h"
 #include "FakeNotifications.h"
 #include "PrivateSessionBus.h"
+#include "app/DesktopNotifier.h"
 
 #include <QSignalSpy>
 #include <QTest>

@@ -1,12 +1,12 @@
-#include "GlintaApp.h"
-#include "GlucoseStore.h"
-#include "KeychainStore.h"
 #include "LogCapture.h"
 #include "SimulatedService.h"
-#include "SingleInstance.h"
-#include "StatusItem.h"
 #include "TaskOutcome.h"
-#include "WindowRegistry.h"
+#include "app/GlintaApp.h"
+#include "app/SingleInstance.h"
+#include "app/StatusItem.h"
+#include "menubar/WindowRegistry.h"
+#include "persistence/KeychainStore.h"
+#include "store/GlucoseStore.h"
 
 #include <QApplication>
 #include <QSignalSpy>

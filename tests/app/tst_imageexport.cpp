@@ -1,6 +1,6 @@
-#include "ImageExport.h"
 #include "LogCapture.h"
-#include "Preferences.h"
+#include "app/ImageExport.h"
+#include "store/Preferences.h"
 
 #include <QDir>
 #include <QFile>

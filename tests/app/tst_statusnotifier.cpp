@@ -1,7 +1,7 @@
 #include "GlintaProcess.h"
-#include "GlucosePanelView.h"
 #include "PrivateSessionBus.h"
 #include "SimulatedService.h"
+#include "menubar/GlucosePanelView.h"
 
 #include <QDBusArgument>
 #include <QDBusConnection>

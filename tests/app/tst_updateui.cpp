@@ -1,11 +1,11 @@
 #include "LogCapture.h"
-#include "Preferences.h"
-#include "StandardUserDriver.h"
-#include "SystemStyle.h"
-#include "UpdateBannerView.h"
-#include "UpdateWatcher.h"
-#include "UpdateWindow.h"
-#include "Updater.h"
+#include "app/StandardUserDriver.h"
+#include "app/UpdateWatcher.h"
+#include "app/UpdateWindow.h"
+#include "menubar/UpdateBannerView.h"
+#include "store/Preferences.h"
+#include "uikit/SystemStyle.h"
+#include "update/Updater.h"
 
 #include <QLabel>
 #include <QPushButton>

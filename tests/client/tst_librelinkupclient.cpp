@@ -1,9 +1,9 @@
-#include "ClientError.h"
-#include "LibreLinkUpClient.h"
 #include "LogCapture.h"
-#include "ServiceAddressFile.h"
 #include "SimulatedService.h"
 #include "TaskOutcome.h"
+#include "client/ClientError.h"
+#include "client/LibreLinkUpClient.h"
+#include "client/ServiceAddressFile.h"
 
 #include <QElapsedTimer>
 #include <QFile>

@@ -1,5 +1,5 @@
-#include "DecodingError.h"
-#include "LLURecords.h"
+#include "client/LLURecords.h"
+#include "support/DecodingError.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>

@@ -1,5 +1,5 @@
 #include "LogCapture.h"
-#include "ServiceMapping.h"
+#include "client/ServiceMapping.h"
 
 #include <QTest>
 #include <QTimeZone>

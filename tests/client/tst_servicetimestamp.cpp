@@ -1,4 +1,4 @@
-#include "ServiceTimestamp.h"
+#include "client/ServiceTimestamp.h"
 
 #include <QTest>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "WidgetReloader.h"
+#include "snapshot/WidgetReloader.h"
 
 // Counts reload requests instead of sending them.
 class CountingReloader : public glinta::WidgetReloader

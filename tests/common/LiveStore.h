@@ -1,13 +1,13 @@
 #pragma once
 
 #include "CountingReloader.h"
-#include "GlucoseStore.h"
-#include "LibreLinkUpClient.h"
 #include "ManualClock.h"
 #include "MemoryKeychain.h"
-#include "Preferences.h"
-#include "SharedSnapshotStore.h"
 #include "SimulatedService.h"
+#include "client/LibreLinkUpClient.h"
+#include "snapshot/SharedSnapshotStore.h"
+#include "store/GlucoseStore.h"
+#include "store/Preferences.h"
 
 #include <QNetworkAccessManager>
 #include <QSettings>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Clock.h"
+#include "support/Clock.h"
 
 #include <QCoreApplication>
 #include <QList>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "KeychainStore.h"
+#include "persistence/KeychainStore.h"
 
 #include <QHash>
 

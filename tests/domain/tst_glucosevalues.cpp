@@ -1,12 +1,12 @@
-#include "DecodingError.h"
-#include "GlucoseChartSeries.h"
-#include "GlucoseReading.h"
-#include "GlucoseStatistics.h"
-#include "GlucoseUnit.h"
-#include "JsonDecoding.h"
-#include "JsonWriter.h"
-#include "RelativeTime.h"
-#include "TrendArrow.h"
+#include "domain/GlucoseChartSeries.h"
+#include "domain/GlucoseReading.h"
+#include "domain/GlucoseStatistics.h"
+#include "domain/GlucoseUnit.h"
+#include "domain/RelativeTime.h"
+#include "domain/TrendArrow.h"
+#include "support/DecodingError.h"
+#include "support/JsonDecoding.h"
+#include "support/JsonWriter.h"
 
 #include <QJsonObject>
 #include <QLocale>

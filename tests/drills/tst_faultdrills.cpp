@@ -5,13 +5,13 @@
 //
 // The pauses between cycles are a minute; libfaketime runs the program's clock ten times faster (its
 // timerfd pauses included), so a cycle takes six seconds of the test's time.
-#include "AlertEngine.h"
 #include "FakeNotifications.h"
 #include "GlintaProcess.h"
-#include "GlucoseSnapshot.h"
-#include "KeychainStore.h"
 #include "PrivateKeyring.h"
 #include "TaskOutcome.h"
+#include "persistence/KeychainStore.h"
+#include "snapshot/GlucoseSnapshot.h"
+#include "store/AlertEngine.h"
 
 #include <QFileInfo>
 #include <QNetworkAccessManager>

@@ -1,8 +1,8 @@
-#include "GlucoseChartView.h"
-#include "GlucoseSnapshot.h"
-#include "GlucoseStore.h"
 #include "LiveStore.h"
-#include "SystemStyle.h"
+#include "menubar/GlucoseChartView.h"
+#include "snapshot/GlucoseSnapshot.h"
+#include "store/GlucoseStore.h"
+#include "uikit/SystemStyle.h"
 
 #include <QLabel>
 #include <QTest>

@@ -1,20 +1,20 @@
 // The panel: the dashboard, or the prompt while nobody is signed in, and the windows it opens (Sign In,
 // Settings, What's New).
-#include "DashboardView.h"
-#include "GlucosePanelView.h"
-#include "GlucoseSnapshot.h"
 #include "LiveStore.h"
 #include "LogCapture.h"
-#include "LoginItem.h"
-#include "LoginView.h"
-#include "ReleaseNotes.h"
-#include "SettingsView.h"
-#include "SignInPromptView.h"
-#include "SymbolLabel.h"
-#include "SystemStyle.h"
-#include "Updater.h"
-#include "WhatsNewView.h"
-#include "WindowRegistry.h"
+#include "menubar/DashboardView.h"
+#include "menubar/GlucosePanelView.h"
+#include "menubar/LoginView.h"
+#include "menubar/ReleaseNotes.h"
+#include "menubar/SettingsView.h"
+#include "menubar/SignInPromptView.h"
+#include "menubar/WhatsNewView.h"
+#include "menubar/WindowRegistry.h"
+#include "persistence/LoginItem.h"
+#include "snapshot/GlucoseSnapshot.h"
+#include "uikit/SymbolLabel.h"
+#include "uikit/SystemStyle.h"
+#include "update/Updater.h"
 
 #include <QButtonGroup>
 #include <QCheckBox>

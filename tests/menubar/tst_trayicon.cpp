@@ -1,6 +1,6 @@
-#include "MenuBarLabel.h"
-#include "TrayIconEngine.h"
-#include "TrayIconPainter.h"
+#include "domain/MenuBarTitle.h"
+#include "menubar/TrayIconEngine.h"
+#include "menubar/TrayIconPainter.h"
 
 #include <QIcon>
 #include <QPainter>

@@ -1,6 +1,6 @@
-#include "KeychainStore.h"
 #include "PrivateKeyring.h"
 #include "TaskOutcome.h"
+#include "persistence/KeychainStore.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>

@@ -1,4 +1,4 @@
-#include "LoginItem.h"
+#include "persistence/LoginItem.h"
 
 #include <QDir>
 #include <QFile>

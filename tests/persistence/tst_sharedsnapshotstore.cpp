@@ -1,7 +1,7 @@
-#include "DecodingError.h"
-#include "GlucoseSnapshot.h"
 #include "LogCapture.h"
-#include "SharedSnapshotStore.h"
+#include "snapshot/GlucoseSnapshot.h"
+#include "snapshot/SharedSnapshotStore.h"
+#include "support/DecodingError.h"
 
 #include <QCoreApplication>
 #include <QDir>

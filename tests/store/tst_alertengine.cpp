@@ -1,8 +1,8 @@
-#include "AlertEngine.h"
-#include "AlertMonitor.h"
-#include "GlucoseSnapshot.h"
-#include "GlucoseStore.h"
-#include "Preferences.h"
+#include "snapshot/GlucoseSnapshot.h"
+#include "store/AlertEngine.h"
+#include "store/AlertMonitor.h"
+#include "store/GlucoseStore.h"
+#include "store/Preferences.h"
 
 #include <QRegularExpression>
 #include <QSignalSpy>

@@ -1,15 +1,15 @@
 #include "CountingReloader.h"
-#include "GlucoseSnapshot.h"
-#include "GlucoseStore.h"
-#include "KeychainStore.h"
-#include "LibreLinkUpClient.h"
 #include "LogCapture.h"
 #include "ManualClock.h"
-#include "Preferences.h"
-#include "SharedSnapshotStore.h"
 #include "SimulatedService.h"
 #include "TaskOutcome.h"
-#include "WidgetReloader.h"
+#include "client/LibreLinkUpClient.h"
+#include "persistence/KeychainStore.h"
+#include "snapshot/GlucoseSnapshot.h"
+#include "snapshot/SharedSnapshotStore.h"
+#include "snapshot/WidgetReloader.h"
+#include "store/GlucoseStore.h"
+#include "store/Preferences.h"
 
 #include <QNetworkAccessManager>
 #include <QSettings>

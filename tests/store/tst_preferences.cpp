@@ -1,8 +1,8 @@
-#include "BuildInfo.h"
 #include "CountingReloader.h"
 #include "LogCapture.h"
-#include "Preferences.h"
-#include "WidgetReloader.h"
+#include "snapshot/WidgetReloader.h"
+#include "store/Preferences.h"
+#include "support/BuildInfo.h"
 
 #include <QCoreApplication>
 #include <QProcess>

@@ -2,8 +2,8 @@
 // every cycle the store must show the data of the last good cycle, the status the failure table gives,
 // and that cycle's widget snapshot.
 
-#include "GlucoseSnapshot.h"
 #include "LiveStore.h"
+#include "snapshot/GlucoseSnapshot.h"
 
 #include <QFile>
 #include <QScopeGuard>
@@ -132,8 +132,9 @@ private Q_SLOTS:
                 // Twelve hours of quarter-hour points, and the current reading unless it is one of them.
                 QCOMPARE(store.history().size(), qsizetype(now.time().minute() % 15 == 0 ? 48 : 49));
                 QCOMPARE(storeLines, chosen->text.isEmpty() ? QStringList() : QStringList{chosen->text});
-                good = GlucoseSnapshot{
-                    store.latest(), store.history(), GlucoseUnit::mgPerDl, u"Ann Lee"_s, {70, 180}, now, std::nullopt};
+                good = GlucoseSnapshot{store.latest(), store.history(), GlucoseUnit::mgPerDl,
+                                       u"Ann Lee"_s,   {70, 180},       now,
+                                       std::nullopt};
                 ++reloads;
             }
             QVERIFY(store.latest() == good->latest && store.history() == good->history);

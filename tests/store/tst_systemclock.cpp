@@ -1,5 +1,5 @@
-#include "Clock.h"
 #include "LogCapture.h"
+#include "support/Clock.h"
 
 #include <QElapsedTimer>
 #include <QProcess>
@@ -81,7 +81,7 @@ class TestSystemClock : public QObject
     Q_OBJECT
 
     const bool m_denied = qEnvironmentVariableIsSet("GLINTA_TEST_DENY_TIMERFD");
-#ifdef GLINTA_TEST_QTIMER_CLOCK
+#ifdef GLINTA_PORTABLE
     const bool m_timerfd = false;
 #else
     const bool m_timerfd = !m_denied;
@@ -132,7 +132,7 @@ private Q_SLOTS:
         QVERIFY(lines.isEmpty() || lines.first().type == QtInfoMsg);
     }
 
-#ifndef GLINTA_TEST_QTIMER_CLOCK
+#ifndef GLINTA_PORTABLE
     // The test above once more, in a child whose kernel refuses timerfds.
     void withoutTimerfd()
     {

@@ -1,4 +1,4 @@
-#include "AppcastItem.h"
+#include "update/AppcastItem.h"
 
 #include <QFile>
 #include <QTest>

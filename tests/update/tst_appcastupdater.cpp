@@ -1,7 +1,7 @@
-#include "AppcastUpdater.h"
 #include "LogCapture.h"
 #include "ManualClock.h"
-#include "Preferences.h"
+#include "store/Preferences.h"
+#include "update/AppcastUpdater.h"
 
 #include <QFile>
 #include <QHttpServer>

@@ -1,15 +1,15 @@
 // The desktop widget program: its face, its window on the desktop, and the status-bar line, all drawn from
 // the entries its timeline says.
-#include "DesktopWidgetWindow.h"
-#include "GlucoseWidgetView.h"
 #include "ManualClock.h"
-#include "SharedSnapshotStore.h"
-#include "StatusLine.h"
-#include "SystemStyle.h"
-#include "TimelineProvider.h"
-#include "WidgetChart.h"
-#include "WidgetReloadListener.h"
-#include "WidgetReloader.h"
+#include "snapshot/SharedSnapshotStore.h"
+#include "snapshot/WidgetReloadListener.h"
+#include "snapshot/WidgetReloader.h"
+#include "uikit/SystemStyle.h"
+#include "widget/DesktopWidgetWindow.h"
+#include "widget/GlucoseWidgetView.h"
+#include "widget/StatusLine.h"
+#include "widget/TimelineProvider.h"
+#include "widget/WidgetChart.h"
 
 #include <QAction>
 #include <QBuffer>

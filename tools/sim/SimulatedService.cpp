@@ -1,9 +1,9 @@
 #include "SimulatedService.h"
 
-#include "AppVersion.h"
-#include "DecodingError.h"
-#include "JsonDecoding.h"
-#include "JsonWriter.h"
+#include "client/AppVersion.h"
+#include "support/DecodingError.h"
+#include "support/JsonDecoding.h"
+#include "support/JsonWriter.h"
 
 #include <QCryptographicHash>
 #include <QHttpServerRequest>

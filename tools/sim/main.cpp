@@ -1,7 +1,7 @@
 // glinta-sim: a simulated LibreLinkUp service on 127.0.0.1 for tests, the demo and benchmarks.
-#include "GlucoseSnapshot.h"
-#include "KeychainStore.h"
 #include "SimulatedService.h"
+#include "persistence/KeychainStore.h"
+#include "snapshot/GlucoseSnapshot.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
