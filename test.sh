@@ -4,6 +4,7 @@
 #
 #   ./test.sh                  everything
 #   ./test.sh -R tst_trend     only the tests whose names match (and no fuzzing)
+#   ./test.sh -L unit          the tests that need no session: seconds
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -11,8 +12,17 @@ build="$root/build/test"
 
 "$root/scripts/deps.sh"
 
+# The cheap checks first: the committed format, and includes that keep to the layers.
+cd "$root"
+if git rev-parse --is-inside-work-tree >/dev/null 2>&1 &&
+  ! git ls-files -z -- '*.cpp' '*.h' | xargs -0 clang-format --dry-run --Werror; then
+  echo "test.sh: the files above differ from .clang-format; run clang-format -i on them" >&2
+  exit 1
+fi
+"$root/scripts/check-layers.py"
+
 "$root/scripts/configure-and-build.sh" "$build" -- \
-  -DCMAKE_BUILD_TYPE=Debug -DGLINTA_SANITIZE=ON -DGLINTA_DEV_SERVICE_ADDRESS=ON
+  -DCMAKE_BUILD_TYPE=Debug -DGLINTA_SANITIZE=ON -DGLINTA_DEV_SERVICE_ADDRESS=ON -DGLINTA_WARNINGS_AS_ERRORS=ON
 
 # ctest on its own reports an empty run as a success.
 listing=$(ctest --test-dir "$build" --show-only "$@")
@@ -23,6 +33,12 @@ if [[ $listing =~ Total\ Tests:\ ([0-9]+) ]] && ((BASH_REMATCH[1] == 0)); then
     echo "test.sh: the build registered no tests at all; glinta_add_test() in tests/*/CMakeLists.txt adds them" >&2
   fi
   exit 1
+fi
+
+# The portable sides of the platform seams (build/portable): the core and its unit tests, once, on a run
+# of everything.
+if [[ $# -eq 0 ]]; then
+  "$root/scripts/test-portable.sh"
 fi
 
 # The fuzz targets (scripts/run-fuzzers.sh, a clang build of its own in build/fuzz), 30 s each, on a run

@@ -24,6 +24,9 @@ endif()
 # that third-party code pulled in later keeps its own settings.
 function(glinta_apply_defaults target)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic)
+    if(GLINTA_WARNINGS_AS_ERRORS)
+        target_compile_options(${target} PRIVATE -Werror)
+    endif()
     target_compile_definitions(${target} PRIVATE
         QT_NO_CAST_FROM_ASCII
         QT_NO_URL_CAST_FROM_STRING
@@ -38,14 +41,20 @@ function(glinta_apply_defaults target)
     endif()
 endfunction()
 
-# glinta_add_test(<name> SOURCES ... [LIBRARIES ...] [ENVIRONMENT VAR=value ...] [TIMEOUT s] [ZONES tz ...])
+# glinta_add_test(<name> SOURCES ... [LIBRARIES ...] [ENVIRONMENT VAR=value ...] [TIMEOUT s] [ZONES tz ...]
+#                  [LABELS label ...])
 #
 # Builds one Qt Test program and registers it with ctest. With ZONES it is registered once per time zone
-# (as "<name>:<zone>"), for code that captures the system zone once per process.
+# (as "<name>:<zone>"), for code that captures the system zone once per process. LABELS defaults to unit:
+# a test that needs no keyring, display or session bus and takes seconds (`ctest -L unit`); session is
+# one that needs the headless session, drill the fault drills.
 function(glinta_add_test name)
-    cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBRARIES;ENVIRONMENT;ZONES" ${ARGN})
+    cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBRARIES;ENVIRONMENT;ZONES;LABELS" ${ARGN})
     if(NOT ARG_TIMEOUT)
         set(ARG_TIMEOUT 120)
+    endif()
+    if(NOT ARG_LABELS)
+        set(ARG_LABELS unit)
     endif()
 
     add_executable(${name} ${ARG_SOURCES})
@@ -68,6 +77,7 @@ function(glinta_add_test name)
             set_tests_properties(${test_name} PROPERTIES
                 ENVIRONMENT "${env};TZ=${zone}"
                 TIMEOUT ${ARG_TIMEOUT}
+                LABELS "${ARG_LABELS}"
                 SKIP_REGULAR_EXPRESSION "SKIP   : ")
         endforeach()
     else()
@@ -75,6 +85,7 @@ function(glinta_add_test name)
         set_tests_properties(${name} PROPERTIES
             ENVIRONMENT "${env}"
             TIMEOUT ${ARG_TIMEOUT}
+            LABELS "${ARG_LABELS}"
             SKIP_REGULAR_EXPRESSION "SKIP   : ")
     endif()
 endfunction()

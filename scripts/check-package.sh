@@ -57,8 +57,12 @@ depends=$(field Depends)
 echo "Depends: $depends"
 # Names only, one a line, without version constraints or alternatives' bars.
 depend_names=$(sed 's/([^)]*)//g; s/[,|]/\n/g' <<<"$depends" | sed 's/^ *//; s/ *$//; /^$/d')
-for needed in qt6-qpa-plugins fonts-dejavu-core libqt6core6 libqt6widgets6 libqt6charts6 libqt6svg6 libqt6keychain1; do
+for needed in qt6-qpa-plugins fonts-dejavu-core libqt6core6 libqt6widgets6 libqt6svg6 libqt6keychain1; do
   check "Depends on $needed" grep -qx "$needed" <<<"$depend_names"
+done
+# The chart is Glinta's own drawing: no charting library, and none of the OpenGL it would pull in.
+for unwanted in libqt6charts6 libqt6opengl6 libqt6openglwidgets6; do
+  check "Depends not on $unwanted" bash -c '! grep -qx "$1" <<<"$2"' _ "$unwanted" "$depend_names"
 done
 dev=$(grep -E -- '-dev$|-dbg$' <<<"$depend_names" || true)
 check "Depends names no development package${dev:+ (found: ${dev//$'\n'/ })}" test -z "$dev"

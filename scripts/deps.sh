@@ -4,9 +4,9 @@ set -euo pipefail
 
 packages=(
   # build
-  cmake ninja-build g++ ccache dpkg-dev pkg-config
+  cmake ninja-build g++ ccache dpkg-dev pkg-config clang-format
   # Qt and friends
-  qt6-base-dev qt6-base-dev-tools qt6-charts-dev libqt6opengl6-dev qt6-svg-dev qt6-httpserver-dev
+  qt6-base-dev qt6-base-dev-tools qt6-svg-dev qt6-httpserver-dev
   qtkeychain-qt6-dev libsecret-1-0 qcoro-qt6-dev
   # glyphs for arrows, warning sign and bullet
   fonts-dejavu-core tzdata

@@ -2,21 +2,19 @@
 
 #include "store/AlertEngine.h"
 
-#include <QDBusConnection>
-#include <QHash>
 #include <QImage>
 #include <QObject>
 #include <QString>
 
 #include <chrono>
 #include <functional>
-#include <optional>
+#include <memory>
 
 namespace glinta {
 
-// Shows alerts as desktop notifications (org.freedesktop.Notifications): one per kind, replaced when it
-// goes off again, with snooze actions. Where no notification server answers, the fallback shows it
-// instead (the tray's own message); a failure to notify is logged, never fatal.
+// Shows alerts as the desktop's notifications: one per kind, replaced when it goes off again, with snooze
+// actions. Where no notification server answers, or the side has none, the fallback shows it instead (the
+// tray's own message); a failure to notify is logged, never fatal.
 class DesktopNotifier : public QObject
 {
     Q_OBJECT
@@ -34,7 +32,8 @@ public:
 
     // `icon` goes along as image data, so the notification has Glinta's icon even when no icon theme
     // holds it (a build run from its own folder).
-    DesktopNotifier(QDBusConnection bus, QImage icon, Fallback fallback, QObject *parent = nullptr);
+    DesktopNotifier(QImage icon, Fallback fallback, QObject *parent = nullptr);
+    ~DesktopNotifier() override;
 
     void show(AlertKind kind, const Notice &notice);
     void close(AlertKind kind);
@@ -42,17 +41,12 @@ public:
 Q_SIGNALS:
     void snoozeRequested(glinta::AlertKind kind, std::chrono::minutes duration);
 
-private Q_SLOTS:
-    void onActionInvoked(uint id, const QString &action);
-    void onNotificationClosed(uint id, uint reason);
-
 private:
-    std::optional<AlertKind> kindOf(uint id) const;
+    // The side's link to the notification server.
+    class Server;
 
-    QDBusConnection m_bus;
-    QImage m_icon;
     Fallback m_fallback;
-    QHash<AlertKind, uint> m_ids;
+    std::unique_ptr<Server> m_server;
 };
 
 } // namespace glinta

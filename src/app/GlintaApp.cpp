@@ -25,7 +25,6 @@
 #include "update/AppcastUpdater.h"
 
 #include <QApplication>
-#include <QDBusConnection>
 #include <QDesktopServices>
 
 #ifdef GLINTA_DEV_SERVICE_ADDRESS
@@ -131,8 +130,7 @@ GlintaApp::GlintaApp(Environment environment, QObject *parent) : QObject(parent)
             Qt::QueuedConnection);
     m_alerts = std::make_unique<AlertMonitor>(store, m_preferences.get());
     m_notifier = std::make_unique<DesktopNotifier>(
-        QDBusConnection::sessionBus(), QApplication::windowIcon().pixmap(64).toImage(),
-        [this](const auto &notice) {
+        QApplication::windowIcon().pixmap(64).toImage(), [this](const auto &notice) {
             // Without a tray either, the panel's alert line is all there is.
             if (m_statusItem->usesFallbackWindow() || !m_statusItem->trayIcon()->isVisible()) {
                 qCWarning(lcAlerts, "No notification server and no tray to show an alert in");

@@ -148,6 +148,9 @@ SettingsView::SettingsView(GlucoseStore *store, Preferences *preferences, LoginI
     m_launchAtLogin->setEnabled(m_loginItem != nullptr);
     generalLayout->addWidget(m_launchAtLogin);
     layout->addWidget(general);
+    // A system without login items Glinta can manage gets no switch that could only fail.
+    if (m_loginItem && m_loginItem->status() == LoginItem::Status::notAvailable)
+        general->hide();
 
     auto *target = new QGroupBox(u"Target range"_s, this);
     auto *targetLayout = new QVBoxLayout(target);

@@ -1,10 +1,7 @@
 #include "persistence/KeychainStore.h"
 
-#include <QDBusConnection>
-#include <QDBusMessage>
-#include <QDBusPendingCallWatcher>
-#include <QDBusPendingReply>
-#include <QDBusVariant>
+#include "persistence/KeychainLockProbe.h"
+
 #include <QObject>
 #include <QScopeGuard>
 #include <QStringDecoder>
@@ -14,7 +11,6 @@
 #include <qt6keychain/keychain.h>
 
 #include <algorithm>
-#include <limits>
 
 using namespace Qt::StringLiterals;
 
@@ -106,23 +102,6 @@ std::optional<QString> decodeText(const QByteArray &bytes)
     return text;
 }
 
-// gnome-keyring answers a search in a locked collection as if the item were missing; the "Locked"
-// property of the default collection (where QtKeychain writes) tells the two apart. A keyring that
-// cannot be asked counts as unlocked.
-QCoro::Task<bool> defaultCollectionLocked(std::chrono::milliseconds timeout)
-{
-    QDBusMessage get = QDBusMessage::createMethodCall(u"org.freedesktop.secrets"_s,
-                                                      u"/org/freedesktop/secrets/aliases/default"_s,
-                                                      u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
-    get << u"org.freedesktop.Secret.Collection"_s << u"Locked"_s;
-    const auto milliseconds = std::clamp<qint64>(timeout.count(), 1, std::numeric_limits<int>::max());
-    QDBusPendingCallWatcher watcher(QDBusConnection::sessionBus().asyncCall(get, int(milliseconds)));
-    // The watcher reports a call that has already ended (no bus at all) from the event loop as well.
-    co_await qCoro(&watcher, &QDBusPendingCallWatcher::finished);
-    const QDBusPendingReply<QDBusVariant> reply = watcher;
-    co_return !reply.isError() && reply.value().variant().toBool();
-}
-
 KeychainError failure(const QKeychain::Job &job)
 {
     return KeychainError::unexpectedStatus(job.error(), job.errorString());
@@ -158,7 +137,7 @@ QCoro::Task<std::optional<QString>> read(QString service, std::chrono::milliseco
     case QKeychain::NoError:
         co_return decodeText(job->binaryData());
     case QKeychain::EntryNotFound:
-        if (co_await defaultCollectionLocked(timeout))
+        if (co_await keychainKnownLocked(timeout))
             throw KeychainError::locked();
         co_return std::nullopt;
     default:
@@ -178,7 +157,7 @@ QCoro::Task<void> remove(QString service, std::chrono::milliseconds timeout, QSt
     if (job->error() != QKeychain::NoError && job->error() != QKeychain::EntryNotFound)
         throw failure(*job);
     // A locked collection refuses the deletion without an error; the password would stay behind.
-    if (co_await defaultCollectionLocked(timeout))
+    if (co_await keychainKnownLocked(timeout))
         throw KeychainError::locked();
 }
 

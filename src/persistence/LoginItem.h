@@ -2,7 +2,6 @@
 
 #include "support/Error.h"
 
-#include <QLatin1StringView>
 #include <QString>
 
 #include <utility>
@@ -22,35 +21,31 @@ private:
     QString m_reason;
 };
 
-// Whether Glinta starts when the user logs in. On Linux that is an XDG autostart entry; nothing is
-// cached, so every status() reads what is on disk now, including changes made by the desktop's own
-// settings.
+// Whether Glinta starts when the user logs in. Nothing is cached, so every status() asks the system now,
+// including about changes made in the desktop's own settings. Where the side has no login item it can
+// manage, the status is notAvailable and every change is refused.
 class LoginItem
 {
 public:
     enum class Status
     {
+        notAvailable,
         notRegistered,
         enabled,
     };
 
-    static constexpr QLatin1StringView fileName{"glinta.desktop"};
+    // The user's own login items, starting the running program.
+    LoginItem();
+    // Login items kept in `directory` instead, starting `program`: for tests.
+    LoginItem(QString directory, QString program);
 
-    // $XDG_CONFIG_HOME/autostart.
-    static QString defaultDirectory();
-    // The running program.
-    static QString defaultProgram();
-
-    explicit LoginItem(QString directory = defaultDirectory(), QString program = defaultProgram());
-
-    QString directory() const { return m_directory; }
-    QString program() const { return m_program; }
+    // The file that holds the item; empty where there is none.
     QString filePath() const;
 
     Status status() const;
-    // Writes the entry atomically, creating the directory when missing. Throws LoginItemError.
+    // Creates the item, or switches it on again. Throws LoginItemError.
     void registerItem();
-    // Removes the entry; one that is not there is success. Throws LoginItemError.
+    // Removes the item; one that is not there is success. Throws LoginItemError.
     void unregisterItem();
 
 private:

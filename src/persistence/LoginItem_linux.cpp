@@ -101,15 +101,14 @@ QByteArray desktopEntry(const QString &program)
 
 } // namespace
 
-QString LoginItem::defaultDirectory()
+// The XDG autostart entry $XDG_CONFIG_HOME/autostart/glinta.desktop; "enabled" means it is there and not
+// switched off.
+LoginItem::LoginItem()
 {
     const QString config = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation);
-    return config.isEmpty() ? QString() : config + u"/autostart"_s;
-}
-
-QString LoginItem::defaultProgram()
-{
-    return QCoreApplication::applicationFilePath();
+    if (!config.isEmpty())
+        m_directory = config + u"/autostart"_s;
+    m_program = QCoreApplication::applicationFilePath();
 }
 
 LoginItem::LoginItem(QString directory, QString program)
@@ -118,7 +117,7 @@ LoginItem::LoginItem(QString directory, QString program)
 
 QString LoginItem::filePath() const
 {
-    return m_directory.isEmpty() ? QString() : QDir(m_directory).filePath(fileName);
+    return m_directory.isEmpty() ? QString() : QDir(m_directory).filePath(u"glinta.desktop"_s);
 }
 
 LoginItem::Status LoginItem::status() const

@@ -1,6 +1,7 @@
 #include "snapshot/SharedSnapshotStore.h"
 
 #include "support/DecodingError.h"
+#include "support/FileSystem.h"
 #include "support/Logging.h"
 
 #include <QDir>
@@ -8,12 +9,6 @@
 #include <QFileInfo>
 #include <QSaveFile>
 #include <QStandardPaths>
-
-#ifdef Q_OS_UNIX
-#include <cerrno>
-
-#include <unistd.h>
-#endif
 
 using namespace Qt::StringLiterals;
 
@@ -38,21 +33,6 @@ bool makeDirectory(const QString &path)
         return false;
     // The other program may have made it in the meantime.
     return QDir().mkdir(path, ownerOnlyDirectory) || QFileInfo(path).isDir();
-}
-
-// QSaveFile refuses a file or directory it cannot write with a message that names the path but not the
-// cause; the system's reason is more use to whoever reads the log.
-QString openFailureReason(const QString &path, const QString &qtReason)
-{
-#ifdef Q_OS_UNIX
-    if (::access(QFile::encodeName(path).constData(), W_OK) != 0 && errno != ENOENT)
-        return qt_error_string(errno);
-    if (::access(QFile::encodeName(QFileInfo(path).absolutePath()).constData(), W_OK) != 0)
-        return qt_error_string(errno);
-#else
-    Q_UNUSED(path);
-#endif
-    return qtReason;
 }
 
 QString sentenceReason(QString reason)
@@ -128,20 +108,17 @@ void SharedSnapshotStore::write(const GlucoseSnapshot &snapshot) const
     // notices a write that fails inside write(): a buffer that fails to flush in commit() goes unnoticed,
     // and the short file replaces the good one.
     QSaveFile file(path);
+    // The system's reason, when it has one, names the cause; QSaveFile's message only the path.
     if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
-        throw fail(openFailureReason(path, file.errorString()));
+        throw fail(writeRefusal(path).value_or(file.errorString()));
     // It would copy the permissions of the file it replaces, or take the umask's; health data is the
     // owner's alone whatever was there before.
     if (!file.setPermissions(ownerOnlyFile))
         throw fail(file.errorString());
     if (file.write(bytes) != bytes.size())
         throw fail(file.errorString());
-#ifdef Q_OS_UNIX
-    // commit() ignores a failed sync, and that is where a file system that allocates late reports a full
-    // disk.
-    if (::fsync(file.handle()) != 0)
-        throw fail(qt_error_string(errno));
-#endif
+    if (const std::optional<QString> reason = syncToDisk(file))
+        throw fail(*reason);
     if (!file.commit())
         throw fail(file.errorString());
 }

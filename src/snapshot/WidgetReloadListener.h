@@ -4,8 +4,9 @@
 
 namespace glinta {
 
-// The widget's side of WidgetReloader: follows the reload signal on the session bus. Without a session bus
-// nothing can ask for a reload, so it says so once and stays silent.
+// The widget's side of WidgetReloader: follows the application's reload requests. Where none can arrive
+// (no session bus on Linux, or a side without the signal), it stays silent and the widget reads the
+// snapshot on its minute alone.
 class WidgetReloadListener : public QObject
 {
     Q_OBJECT
@@ -14,15 +15,11 @@ public:
     explicit WidgetReloadListener(QObject *parent = nullptr);
     ~WidgetReloadListener() override;
 
-    // False without a session bus, or when the bus refused the match rule.
+    // False when no request can arrive.
     bool isListening() const { return m_listening; }
 
 Q_SIGNALS:
     void reloadRequested();
-
-private Q_SLOTS:
-    // QDBusConnection connects by slot name only.
-    void onReloadAllTimelines();
 
 private:
     bool m_listening = false;

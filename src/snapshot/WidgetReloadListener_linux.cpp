@@ -1,8 +1,7 @@
 #include "snapshot/WidgetReloadListener.h"
 
+#include "snapshot/WidgetReloadSignal_linux.h"
 #include "support/Logging.h"
-
-#include "snapshot/WidgetReloader.h"
 
 #include <QDBusConnection>
 #include <QDBusError>
@@ -12,8 +11,8 @@ using namespace Qt::StringLiterals;
 
 namespace glinta {
 
-namespace {} // namespace
-
+// QDBusConnection connects by name only; the bus signal goes straight on as our own. Any sender: the
+// application that publishes has no well-known name on the bus.
 WidgetReloadListener::WidgetReloadListener(QObject *parent) : QObject(parent)
 {
     QDBusConnection bus = QDBusConnection::sessionBus();
@@ -21,10 +20,9 @@ WidgetReloadListener::WidgetReloadListener(QObject *parent) : QObject(parent)
         qCInfo(lcWidget, "No session bus, so the widget cannot be told to reload");
         return;
     }
-    // Any sender: the application that publishes has no well-known name on the bus.
-    m_listening =
-        bus.connect(QString(), QString(WidgetReloader::objectPath), QString(WidgetReloader::interfaceName),
-                    QString(WidgetReloader::signalName), this, SLOT(onReloadAllTimelines()));
+    m_listening = bus.connect(QString(), QString(widgetReloadSignal::objectPath),
+                              QString(widgetReloadSignal::interfaceName),
+                              QString(widgetReloadSignal::signalName), this, SIGNAL(reloadRequested()));
     if (!m_listening)
         qCInfo(lcWidget).noquote() << u"The widget cannot follow reload requests: "_s +
                                           bus.lastError().message();
@@ -35,13 +33,8 @@ WidgetReloadListener::~WidgetReloadListener()
     if (!m_listening)
         return;
     QDBusConnection::sessionBus().disconnect(
-        QString(), QString(WidgetReloader::objectPath), QString(WidgetReloader::interfaceName),
-        QString(WidgetReloader::signalName), this, SLOT(onReloadAllTimelines()));
-}
-
-void WidgetReloadListener::onReloadAllTimelines()
-{
-    Q_EMIT reloadRequested();
+        QString(), QString(widgetReloadSignal::objectPath), QString(widgetReloadSignal::interfaceName),
+        QString(widgetReloadSignal::signalName), this, SIGNAL(reloadRequested()));
 }
 
 } // namespace glinta

@@ -1,5 +1,6 @@
 #include "snapshot/WidgetReloader.h"
 
+#include "snapshot/WidgetReloadSignal_linux.h"
 #include "support/Logging.h"
 
 #include <QDBusConnection>
@@ -11,13 +12,17 @@ void WidgetReloader::reloadAllTimelines()
 {
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) {
-        if (!m_saidNoBus) {
+        // The process keeps the bus it first chose, so once is enough.
+        static bool saidNoBus = false;
+        if (!saidNoBus) {
             qCInfo(lcGlucoseStore, "No session bus, so no widget can be told to reload");
-            m_saidNoBus = true;
+            saidNoBus = true;
         }
         return;
     }
-    bus.send(QDBusMessage::createSignal(QString(objectPath), QString(interfaceName), QString(signalName)));
+    bus.send(QDBusMessage::createSignal(QString(widgetReloadSignal::objectPath),
+                                        QString(widgetReloadSignal::interfaceName),
+                                        QString(widgetReloadSignal::signalName)));
 }
 
 } // namespace glinta

@@ -1,14 +1,14 @@
 #pragma once
 
 #include <QObject>
-#include <QSocketNotifier>
 
 #include <memory>
 
 namespace glinta {
 
-// SIGINT, SIGTERM and SIGHUP end the program through the event loop, like Quit does, so the lock, the
-// socket and the keyring jobs are cleaned up rather than cut off.
+// The system's requests to end the program (SIGINT, SIGTERM and SIGHUP on Linux) end it through the event
+// loop, like Quit does, so the lock, the socket and the keyring jobs are cleaned up rather than cut off.
+// Where the side knows no such requests, received() never comes and the program ends as usual.
 class QuitSignals : public QObject
 {
     Q_OBJECT
@@ -21,7 +21,8 @@ Q_SIGNALS:
     void received();
 
 private:
-    std::unique_ptr<QSocketNotifier> m_notifier;
+    // Whatever the side watches the requests with.
+    std::unique_ptr<QObject> m_watcher;
 };
 
 } // namespace glinta

@@ -1,8 +1,12 @@
 #include "support/QuitSignals.h"
 
+#include <QSocketNotifier>
+
 #include <csignal>
 #include <fcntl.h>
 #include <unistd.h>
+
+#include <utility>
 
 namespace glinta {
 
@@ -23,13 +27,14 @@ QuitSignals::QuitSignals(QObject *parent) : QObject(parent)
 {
     if (::pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK) != 0)
         return;
-    m_notifier = std::make_unique<QSocketNotifier>(pipeEnds[0], QSocketNotifier::Read);
-    connect(m_notifier.get(), &QSocketNotifier::activated, this, [this] {
+    auto notifier = std::make_unique<QSocketNotifier>(pipeEnds[0], QSocketNotifier::Read);
+    connect(notifier.get(), &QSocketNotifier::activated, this, [this] {
         char buffer[16];
         while (::read(pipeEnds[0], buffer, sizeof buffer) > 0) {
         }
         Q_EMIT received();
     });
+    m_watcher = std::move(notifier);
     struct sigaction action = {};
     action.sa_handler = onSignal;
     sigemptyset(&action.sa_mask);
@@ -44,7 +49,7 @@ QuitSignals::~QuitSignals()
     action.sa_handler = SIG_DFL;
     for (const int signal : {SIGINT, SIGTERM, SIGHUP})
         ::sigaction(signal, &action, nullptr);
-    m_notifier.reset();
+    m_watcher.reset();
     for (int &end : pipeEnds) {
         if (end >= 0)
             ::close(end);

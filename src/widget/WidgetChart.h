@@ -1,11 +1,8 @@
 #pragma once
 
 #include "domain/GlucoseChartSeries.h"
-#include "domain/GlucoseConstants.h"
-#include "domain/GlucoseReading.h"
-#include "domain/GlucoseUnit.h"
+#include "uikit/GlucoseChartPainter.h"
 
-#include <QList>
 #include <QWidget>
 
 namespace glinta {
@@ -13,9 +10,7 @@ namespace glinta {
 struct GlucoseSnapshot;
 
 // The widget's history chart: the target band, the line red below the snapshot's low target, and in the
-// large size a few times of day underneath. Painted directly rather than through Qt Charts, which is a
-// lot of machinery for a process that stays up all day to draw a few lines. Transparent, so that the
-// host's background shows through.
+// large size the times of day underneath. Transparent, so that the host's background shows through.
 class WidgetChart : public QWidget
 {
     Q_OBJECT
@@ -25,9 +20,11 @@ public:
 
     void setSnapshot(const GlucoseSnapshot &snapshot);
 
-    bool showsTimeAxis() const { return m_showsTimeAxis; }
+    bool showsTimeAxis() const { return m_painter.input().showsTimeAxis; }
     // Bottom and top of the plot, in the snapshot's unit.
     GlucoseChartDomain yDomain() const;
+    // The chart as last painted.
+    const GlucoseChartPainter &painter() const { return m_painter; }
 
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override;
@@ -38,10 +35,7 @@ protected:
 private:
     int timeAxisHeight() const;
 
-    bool m_showsTimeAxis;
-    QList<GlucoseReading> m_history;
-    GlucoseUnit m_unit = GlucoseUnit::mgPerDl;
-    TargetRange m_targets;
+    GlucoseChartPainter m_painter;
 };
 
 } // namespace glinta

@@ -27,9 +27,9 @@ private Q_SLOTS:
         QList<QString> fallen;
         QImage icon(4, 4, QImage::Format_ARGB32);
         icon.fill(Qt::red);
-        DesktopNotifier notifier(bus.connection(), icon, [&fallen](const DesktopNotifier::Notice &notice) {
-            fallen.append(notice.summary);
-        });
+        // On the private bus, which start() made the session's.
+        DesktopNotifier notifier(
+            icon, [&fallen](const DesktopNotifier::Notice &notice) { fallen.append(notice.summary); });
         QSignalSpy snoozes(&notifier, &DesktopNotifier::snoozeRequested);
         notifier.show(AlertKind::low, {u"Low: 62 ↘"_s, u"Ann Lee · 2 min ago"_s, true, true});
         QTRY_COMPARE(fake.calls.size(), 1);

@@ -1,8 +1,12 @@
-// Glinta as a user meets it: the real program in a real X session with a tray (trayer, XEmbed), clicked
-// with xdotool. Leaves a screenshot of the screen as an artefact.
+// Glinta as a user meets it: the real program in a real X session with a tray, clicked with xdotool,
+// under an XEmbed host (trayer) and under a StatusNotifierItem host (Plasma, AppIndicator, waybar). Leaves
+// a screenshot of the screen as an artefact.
 #include "GlintaProcess.h"
+#include "PrivateSessionBus.h"
 #include "SimulatedService.h"
 
+#include <QDBusConnection>
+#include <QDBusMessage>
 #include <QGuiApplication>
 #include <QScreen>
 #include <QStandardPaths>
@@ -11,6 +15,39 @@
 using namespace Qt::StringLiterals;
 
 namespace {
+
+// What a tray host needs of a StatusNotifierWatcher, and a record of what the items told it.
+class Watcher : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
+    Q_PROPERTY(QStringList RegisteredStatusNotifierItems MEMBER items)
+    Q_PROPERTY(bool IsStatusNotifierHostRegistered READ hostRegistered)
+    Q_PROPERTY(int ProtocolVersion READ protocolVersion)
+
+public:
+    bool hostRegistered() const { return true; }
+    int protocolVersion() const { return 0; }
+
+    // "service/path" of each item, in the order they came.
+    QStringList items;
+
+public Q_SLOTS:
+    // The protocol allows a bus name or an object path; the sender is the item's service either way.
+    Q_SCRIPTABLE void RegisterStatusNotifierItem(const QString &serviceOrPath, const QDBusMessage &message)
+    {
+        const bool isPath = serviceOrPath.startsWith(u'/');
+        const QString service = isPath ? message.service() : serviceOrPath;
+        items.append(service + (isPath ? serviceOrPath : u"/StatusNotifierItem"_s));
+        Q_EMIT StatusNotifierItemRegistered(items.last());
+    }
+    Q_SCRIPTABLE void RegisterStatusNotifierHost(const QString &) {}
+
+Q_SIGNALS:
+    Q_SCRIPTABLE void StatusNotifierItemRegistered(const QString &item);
+    Q_SCRIPTABLE void StatusNotifierItemUnregistered(const QString &item);
+    Q_SCRIPTABLE void StatusNotifierHostRegistered();
+};
 
 enum class Shown
 {
@@ -102,6 +139,38 @@ private Q_SLOTS:
         QCOMPARE(glinta.process().exitCode(), 0);
         const QDir runtime(glinta.environment.value(u"XDG_RUNTIME_DIR"_s));
         QCOMPARE(runtime.entryList({u"glinta-*"_s}, QDir::AllEntries | QDir::System), QStringList());
+    }
+
+    // The item on a bus of the test's own, as the watcher takes in every Qt program on its bus: Activate
+    // toggles the panel, which has no tray geometry to go under (the pictures the item offers are Qt's
+    // export of the icon tst_glintaapp and tst_trayicon check). Last, since the bus becomes the process's.
+    void statusNotifierItem()
+    {
+        if (QGuiApplication::platformName() != u"xcb"_s ||
+            QStandardPaths::findExecutable(u"xdotool"_s).isEmpty())
+            QSKIP("needs an X display and xdotool (./test.sh provides them)");
+        PrivateSessionBus bus;
+        Watcher watcher;
+        QVERIFY(bus.start());
+        QVERIFY(bus.connection().registerService(u"org.kde.StatusNotifierWatcher"_s));
+        QVERIFY(bus.connection().registerObject(u"/StatusNotifierWatcher"_s, &watcher,
+                                                QDBusConnection::ExportScriptableContents));
+        glinta::sim::SimulatedService service;
+        QVERIFY(service.start() != 0);
+        GlintaProcess glinta;
+        glinta.useService(service.endpoints());
+        glinta.environment.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, bus.address());
+        glinta.start();
+        QTRY_VERIFY2_WITH_TIMEOUT(!watcher.items.isEmpty(), qPrintable(glinta.output()), 30000);
+        QDBusMessage activate = QDBusMessage::createMethodCall(
+            watcher.items[0].section(u'/', 0, 0), u'/' + watcher.items[0].section(u'/', 1),
+            u"org.kde.StatusNotifierItem"_s, u"Activate"_s);
+        activate << 0 << 0;
+        for (const bool shown : {true, false}) {
+            const QDBusMessage reply = bus.connection().call(activate, QDBus::Block, 10000);
+            QVERIFY2(reply.type() == QDBusMessage::ReplyMessage, qPrintable(reply.errorMessage()));
+            QTRY_COMPARE_WITH_TIMEOUT(findWindow(glinta, Shown::panel).has_value(), shown, 10000);
+        }
     }
 };
 

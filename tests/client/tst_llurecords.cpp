@@ -35,10 +35,13 @@ private Q_SLOTS:
             R"({"status":0,"data":{"connection":null,"graphData":[{"Timestamp":"x","ValueInMgPerDl":55.5,"isLow":null}]}})");
         QVERIFY(!graph.data->connection && graph.data->graphData.value(0).valueInMgPerDl == 55.5 &&
                 !graph.data->graphData.value(0).isLow);
-        // A UTC time that is not text is an extra the record does without, not a broken response.
-        const auto numeric = decodeLLUResponse<LLUGraphData>(
-            R"({"status":0,"data":{"graphData":[{"Timestamp":"x","FactoryTimestamp":5,"ValueInMgPerDl":1}]}})");
-        QVERIFY(!numeric.data->graphData.value(0).factoryTimestamp);
+        // The UTC time is kept as text; one that is not text is an extra the record does without, not a
+        // broken response.
+        const auto factory = decodeLLUResponse<LLUGraphData>(
+            R"({"status":0,"data":{"graphData":[{"Timestamp":"x","FactoryTimestamp":"y","ValueInMgPerDl":1},)"
+            R"({"Timestamp":"x","FactoryTimestamp":5,"ValueInMgPerDl":1}]}})");
+        QCOMPARE(factory.data->graphData.value(0).factoryTimestamp, std::optional(u"y"_s));
+        QVERIFY(!factory.data->graphData.value(1).factoryTimestamp);
     }
 
     // Whole numbers, also written with a fraction of zero, up to the edges of 64 bits.

@@ -18,26 +18,30 @@
 
 // A real, started store over an in-process simulated service, for views that must see every status:
 // signIn() with the demo account makes it active, a wrong password failed, a delayed login holds it in
-// connecting. Nothing of the user's is touched: settings, snapshot and keyring are private.
+// connecting. Nothing of the user's is touched: settings, snapshot and keyring are private. A past session
+// may have left its e-mail (without the password) and the app version the service asked for.
 struct LiveStore
 {
-    LiveStore()
+    explicit LiveStore(const QString &savedEmail = {}, const QString &appVersion = {},
+                       const QString &snapshotParent = {})
     {
-        service.addAccount(glinta::sim::SimulatedService::demoAccount());
+        service.addAccount(account());
         service.start();
         service.setNow(clock.now());
         QSettings seed(settingsPath(), QSettings::IniFormat);
-        seed.setValue(QStringLiteral("lastLaunchedBuild"), QStringLiteral("1"));
+        seed.setValue(u"lastLaunchedBuild"_qs, u"1"_qs); // the same build again: no widget reload
+        if (!savedEmail.isEmpty())
+            seed.setValue(u"libreLinkUpEmail"_qs, savedEmail);
+        if (!appVersion.isEmpty())
+            seed.setValue(u"serviceAppVersion"_qs, appVersion);
         seed.sync();
         client = std::make_unique<glinta::LibreLinkUpClient>(&network, service.endpoints(),
                                                              std::chrono::seconds(5));
         preferences = std::make_unique<glinta::Preferences>(
             std::make_unique<QSettings>(settingsPath(), QSettings::IniFormat));
-        snapshots = std::make_unique<glinta::SharedSnapshotStore>(dir.path());
-        store = std::make_unique<glinta::GlucoseStore>(glinta::GlucoseStore::Services{
-            client.get(), &keychain, snapshots.get(), preferences.get(), &widgets, &clock,
-            glinta::BuildInfo{QStringLiteral("1.3.5"), QStringLiteral("1")}});
-        store->start();
+        snapshots = std::make_unique<glinta::SharedSnapshotStore>(snapshotParent.isEmpty() ? dir.path()
+                                                                                           : snapshotParent);
+        restart();
     }
     ~LiveStore()
     {
@@ -45,9 +49,29 @@ struct LiveStore
         QTest::qWait(10); // what the store had in flight ends before the network goes
     }
 
-    QString settingsPath() const { return dir.filePath(QStringLiteral("glinta.conf")); }
+    // A new store over the same services and preferences, as a relaunch makes it; each status it takes is
+    // noted in `trail`.
+    void restart()
+    {
+        store.reset();
+        store = std::make_unique<glinta::GlucoseStore>(
+            glinta::GlucoseStore::Services{client.get(), &keychain, snapshots.get(), preferences.get(),
+                                           &widgets, &clock, glinta::BuildInfo{u"1.3.5"_qs, u"1"_qs}});
+        QObject::connect(store.get(), &glinta::GlucoseStore::statusChanged,
+                         [this] { trail.append(show(store->status())); });
+        store->start();
+    }
 
-    glinta::sim::SimAccount account() const { return glinta::sim::SimulatedService::demoAccount(); }
+    // "failed: <message>", "loggedOut", "connecting" or "active".
+    static QString show(const glinta::GlucoseStore::Status &status)
+    {
+        static const QStringList names{u"failed: "_qs, u"loggedOut"_qs, u"connecting"_qs, u"active"_qs};
+        return names.at(int(status.kind)) + status.message;
+    }
+
+    QString settingsPath() const { return dir.filePath(u"glinta.conf"_qs); }
+
+    static glinta::sim::SimAccount account() { return glinta::sim::SimulatedService::demoAccount(); }
 
     QTemporaryDir dir;
     // Manual: nothing polls again until a test moves the time on.
@@ -60,4 +84,5 @@ struct LiveStore
     std::unique_ptr<glinta::Preferences> preferences;
     std::unique_ptr<glinta::SharedSnapshotStore> snapshots;
     std::unique_ptr<glinta::GlucoseStore> store;
+    QStringList trail;
 };

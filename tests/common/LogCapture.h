@@ -3,6 +3,7 @@
 #include <QList>
 #include <QMutex>
 #include <QString>
+#include <QStringList>
 #include <QtGlobal>
 
 // Records every Qt log message while alive, with its category, so tests can assert exact log lines and
@@ -44,6 +45,17 @@ public:
                 matching.append(entry);
         }
         return matching;
+    }
+
+    // "info: …", "warning: …" or "critical: …" for each message of com.nordvik.glinta.<category>.
+    QStringList lines(const QString &category) const
+    {
+        static const QStringList levels{u"debug: "_qs, u"warning: "_qs, u"critical: "_qs, u"fatal: "_qs,
+                                        u"info: "_qs};
+        QStringList lines;
+        for (const Entry &entry : inCategory(u"com.nordvik.glinta."_qs + category))
+            lines.append(levels.value(entry.type) + entry.message);
+        return lines;
     }
 
 private:

@@ -16,7 +16,7 @@
 //
 // Automatic (the default): every sleep() moves the time on by its duration and ends on the next
 // event-loop turn, so a loop of one-minute pauses spins as fast as the event loop does.
-// Manual: a sleep waits until advance() or jump() moves the time to its deadline.
+// Manual: a sleep waits until advance() moves the time to its deadline.
 //
 // Sleeps count elapsed time, as the real one counts through system sleep; setNow() changes only the wall
 // clock, like a user setting the time. A sleep never ends synchronously, and one that is still waiting
@@ -44,8 +44,6 @@ public:
 
     QDateTime now() const override { return m_now; }
     void setNow(QDateTime now) { m_now = std::move(now); }
-    Mode mode() const { return m_mode; }
-    void setMode(Mode mode) { m_mode = mode; }
 
     QCoro::Task<void> sleep(std::chrono::milliseconds duration, glinta::CancellationToken cancel) override
     {
@@ -84,8 +82,6 @@ public:
         }
         m_waiters = std::move(waiting);
     }
-    // The computer slept for `duration`: to a clock that counts through system sleep, time passed.
-    void jump(std::chrono::milliseconds duration) { advance(duration); }
 
     qsizetype pendingSleeps() const
     {
@@ -94,7 +90,6 @@ public:
     qsizetype sleepCount() const { return m_durations.size(); }
     // Every duration asked of sleep(), in call order.
     QList<std::chrono::milliseconds> sleepDurations() const { return m_durations; }
-    void resetCounters() { m_durations.clear(); }
 
 private:
     struct Waiter

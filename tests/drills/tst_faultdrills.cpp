@@ -1,7 +1,7 @@
 // Fault drills with the real program: glinta signed in to a simulated service that runs as a process of
 // its own, then the service killed, the snapshot directory made read-only, the keyring locked and the wall
-// clock moved. The
-// program must keep running, keep what it saved and pick up again by itself once the fault is gone.
+// clock moved. The program must keep running, keep what it saved and pick up again by itself once the
+// fault is gone.
 //
 // The pauses between cycles are a minute; libfaketime runs the program's clock ten times faster (its
 // timerfd pauses included), so a cycle takes six seconds of the test's time.
@@ -11,7 +11,6 @@
 #include "TaskOutcome.h"
 #include "persistence/KeychainStore.h"
 #include "snapshot/GlucoseSnapshot.h"
-#include "store/AlertEngine.h"
 
 #include <QFileInfo>
 #include <QNetworkAccessManager>
@@ -379,22 +378,6 @@ private Q_SLOTS:
         verifyNothingLost(glinta);
     }
 
-    // The sharer's phone in Berlin, the follower in New York, the newest reading 20 minutes old: the
-    // program dates it by its UTC text, so it is stale and 20 minutes old, not six hours in the future.
-    void sharerInAnotherZone()
-    {
-        GlintaProcess glinta;
-        SimProcess sim(account(), glinta.configDirectory() + u"/service-address.json"_s,
-                       {u"--phone-zone"_s, u"Europe/Berlin"_s, u"--clock-offset-seconds"_s, u"-1200"_s});
-        QVERIFY(sim.start());
-        glinta.environment.insert(u"TZ"_s, u"America/New_York"_s);
-        launch(glinta, m_scratch.filePath(u"clock-zones"_s));
-        const GlucoseSnapshot snapshot = awaitFirstSnapshot(glinta);
-        QVERIFY(snapshot.latest);
-        const qint64 age = snapshot.latest->date.secsTo(snapshot.updatedAt);
-        QVERIFY2(age >= 20 * 60 && age < 22 * 60, QByteArray::number(age));
-    }
-
     // The readings request goes wrong in every way the service can, each for an hour of polls, one after
     // the other, then works again. The program's clock runs a hundred times faster for this one, so an
     // hour of polls takes 36 s.
@@ -445,25 +428,12 @@ private Q_SLOTS:
             glinta.output().split(u'\n').filter(u"Refresh failed: "_s).mid(failuresBefore);
         QCOMPARE(failures.size(), failing);
         verifyNothingLost(glinta);
-
-        // Timestamps it cannot read are not a failure: those measurements are dropped, and a graph of
-        // nothing but them publishes no latest reading, until the next cycle brings them back.
-        QVERIFY(sim.control(u"fault"_s,
-                            {{u"kind"_s, u"badTimestamps"_s}, {u"path"_s, u"graph"_s}, {u"count"_s, 1}}));
-        QTRY_VERIFY2_WITH_TIMEOUT(!readSnapshot(glinta.snapshotPath()).value_or(before).latest,
-                                  qPrintable(glinta.output()), cycleTimeout);
-        // The log arrives through a pipe, maybe after the file it tells of.
-        QTRY_VERIFY2_WITH_TIMEOUT(glinta.output().contains(u"Could not parse timestamp "_s),
-                                  qPrintable(glinta.output()), 5000);
-        QTRY_VERIFY2_WITH_TIMEOUT(readSnapshot(glinta.snapshotPath()).value_or(GlucoseSnapshot()).latest,
-                                  qPrintable(glinta.output()), cycleTimeout);
-        QCOMPARE(glinta.output().split(u'\n').filter(u"Refresh failed: "_s).size() - failuresBefore, failing);
-        verifyNothingLost(glinta);
     }
 
     // A low that holds, with the program's clock and the service's both a hundred times faster: the Low
-    // notification goes off, comes again in its place after 15 minutes, goes on a snooze and stays away for
-    // its 30 minutes, then closes when the value is back in range.
+    // notification goes off, comes again in its place, goes on a snooze from its button and comes back as
+    // a new one when the snooze ends, then closes when the value is back in range. How long each wait is
+    // is the alert engine's (tst_alertengine).
     void lowAlertNotifies()
     {
         FakeNotifications notifications;
@@ -486,41 +456,19 @@ private Q_SLOTS:
                 result.append(call.section(u':', 0, 0));
             return result;
         };
-        // By the program's own clock, as it keeps it for a restart.
-        const auto lowState = [&glinta] {
-            const QSettings settings(glinta.configDirectory() + u"/glinta.conf"_s, QSettings::IniFormat);
-            const AlertState state = decodeAlertState(settings.value(u"alertState"_s).toString().toUtf8());
-            return std::pair(state.lastRaised.value(AlertKind::low),
-                             state.snoozedUntil.value(AlertKind::low));
-        };
         QStringList expected{u"41 <- 0 Low"_s};
         QTRY_COMPARE_WITH_TIMEOUT(calls(), expected, cycleTimeout);
         QVERIFY2(notifications.calls.first().contains(
                      u" | snooze-30,Snooze 30 min,snooze-120,Snooze 2 h | urgency 2 device "_s),
                  qPrintable(notifications.calls.first()));
-        QTRY_VERIFY(lowState().first.isValid());
-        const QDateTime raised = lowState().first;
-
         expected.append(u"41 <- 41 Low"_s);
         QTRY_COMPARE_WITH_TIMEOUT(calls(), expected, 2 * cycleTimeout);
-        QTRY_VERIFY(lowState().first != raised);
-        const QDateTime again = lowState().first;
-        QVERIFY2(raised.secsTo(again) >= 15 * 60 && raised.secsTo(again) < 17 * 60,
-                 qPrintable(u"again after %1 s"_s.arg(raised.secsTo(again))));
-
         QVERIFY(notifications.invokeAction(41, u"snooze-30"_s));
         expected.append(u"close 41"_s);
         QTRY_COMPARE_WITH_TIMEOUT(calls(), expected, cycleTimeout);
-        const QDateTime snoozedUntil = lowState().second;
-        const qint64 snoozed = again.secsTo(snoozedUntil);
-        QVERIFY2(snoozed >= 30 * 60 && snoozed < 32 * 60, qPrintable(u"snoozed for %1 s"_s.arg(snoozed)));
-
         // The low still holds when the snooze ends: a new notification, since the old one was closed.
         expected.append(u"44 <- 0 Low"_s);
         QTRY_COMPARE_WITH_TIMEOUT(calls(), expected, 3 * cycleTimeout);
-        QTRY_VERIFY(lowState().first != again);
-        const qint64 late = snoozedUntil.secsTo(lowState().first);
-        QVERIFY2(late >= 0 && late < 2 * 60, qPrintable(u"%1 s after the snooze"_s.arg(late)));
 
         QVERIFY(sim.control(u"glucose"_s, {{u"to"_s, 110}, {u"minutes"_s, 2}}));
         expected.append(u"close 44"_s);

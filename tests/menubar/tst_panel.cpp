@@ -18,7 +18,6 @@
 
 #include <QButtonGroup>
 #include <QCheckBox>
-#include <QDesktopServices>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
@@ -83,18 +82,6 @@ void clickToggle(QCheckBox *toggle)
 {
     QTest::mouseClick(toggle, Qt::LeftButton, {}, QPoint(toggle->height() / 2, toggle->height() / 2));
 }
-
-// Stands in for the browser.
-class UrlCatcher : public QObject
-{
-    Q_OBJECT
-
-public:
-    QList<QUrl> opened;
-
-public Q_SLOTS:
-    void open(const QUrl &url) { opened.append(url); }
-};
 
 } // namespace
 
@@ -232,8 +219,8 @@ private Q_SLOTS:
     }
 
     // The user's range colours the value and counts "In range"; the alert line follows the store's alert,
-    // and Snooze asks for the one shown.
-    void alertLineAndRange()
+    // and Snooze asks for the one shown. The unit picker converts every figure.
+    void rangeAlertAndUnit()
     {
         const auto store = fixedStore(GlucoseReading{taken, 75, TrendArrow::falling, false, false});
         DashboardView dashboard(store.get(), nullptr, false, nullptr);
@@ -256,19 +243,13 @@ private Q_SLOTS:
         QCOMPARE(snoozes[0][1].value<std::chrono::minutes>(), std::chrono::minutes(120));
         store->setActiveAlert(std::nullopt);
         QVERIFY(!shows(&dashboard, u"alert"_s));
-    }
 
-    void unitPicker()
-    {
-        const auto store = fixedStore(GlucoseReading{taken, 100, {}, false, false});
-        DashboardView dashboard(store.get(), nullptr, false, nullptr);
         const QList<QAbstractButton *> segments = dashboard.findChild<QButtonGroup *>()->buttons();
-        QCOMPARE(segments[0]->text() + u'|' + segments[1]->text(), u"mg/dL|mmol/L"_s);
-        QVERIFY(segments[0]->isChecked());
+        QVERIFY(segments[0]->isChecked() && segments[1]->text() == u"mmol/L"_s);
         QTest::mouseClick(segments[1], Qt::LeftButton);
         QCOMPARE(store->unit(), GlucoseUnit::mmolPerL);
-        QCOMPARE(text(&dashboard, u"value"_s) + text(&dashboard, u"unit"_s), u"5.5mmol/L"_s);
-        QCOMPARE(text(&dashboard, u"average"_s), u"5.5"_s);
+        QCOMPARE(text(&dashboard, u"value"_s) + text(&dashboard, u"unit"_s) + text(&dashboard, u"average"_s),
+                 u"4.2mmol/L4.2"_s);
     }
 
     void gearMenu_data()
@@ -298,20 +279,18 @@ private Q_SLOTS:
         QSignalSpy opened(&windows, &WindowRegistry::opened);
         const std::unique_ptr<QMenu> menu(dashboard.buildGearMenu());
 
+        // Each item does what it says, in menu order: the windows open through the registry.
         QStringList items;
         QList<bool> enabled;
-        for (const QAction *action : menu->actions()) {
+        for (QAction *action : menu->actions()) {
             items.append(action->text() + u'|' + action->shortcut().toString(QKeySequence::PortableText));
             enabled.append(action->isEnabled());
+            action->trigger();
         }
         QCOMPARE(items, (QStringList{u"About Glinta|"_s, u"Check for Updates…|"_s, u"What's New…|"_s, u"|"_s,
                                      u"Settings…|Ctrl+,"_s, u"|"_s, u"Quit Glinta|Ctrl+Q"_s}));
         QCOMPARE(enabled,
                  (QList<bool>{declared, hasUpdater && canCheck, declared, true, declared, true, true}));
-
-        // Each item does what it says, in menu order: the windows open through the registry.
-        for (QAction *action : menu->actions())
-            action->trigger();
         QStringList order;
         for (const QList<QVariant> &call : std::as_const(opened))
             order.append(call.at(0).toString());
@@ -369,11 +348,8 @@ private Q_SLOTS:
         live->preferences->setLibreLinkUpEmail(live->account().email);
         if (keyringHolds)
             QCoro::waitFor(live->keychain.savePassword(*keyringHolds, live->account().email));
-        live->store = std::make_unique<GlucoseStore>(GlucoseStore::Services{
-            live->client.get(), &live->keychain, live->snapshots.get(), live->preferences.get(),
-            &live->widgets, &live->clock, BuildInfo{u"1.3.5"_s, u"1"_s}});
+        live->restart();
         GlucosePanelView panel(live->store.get(), live->preferences.get(), nullptr, false, windows.get());
-        live->store->start();
         QTRY_VERIFY(live->store->credentialFailure());
         panel.show();
         QPushButton *again = named<QPushButton>(panel.content(), button);
@@ -418,12 +394,10 @@ private Q_SLOTS:
     {
         QVERIFY(openLogin(live->account().email, u"wrong"_s));
         QTest::mouseClick(signIn, Qt::LeftButton);
-        QTRY_COMPARE(live->store->status().kind, Kind::failed);
-        QTest::qWait(20); // the view's own task ends after the status changes
-        QVERIFY(window);
+        // The view's own task ends after the status changes.
+        QTRY_VERIFY(signIn->isEnabled());
         const auto *message = named<QLabel>(window, u"LibreLinkUp rejected the email or password."_s);
-        QVERIFY(message && message->isVisible());
-        QVERIFY(signIn->isEnabled() && signIn->text() == u"Sign In"_s);
+        QVERIFY(window && message && message->isVisible() && signIn->text() == u"Sign In"_s);
         QCOMPARE(email->text() + u'|' + password->text(), live->account().email + u"|wrong"_s);
 
         live->service.addFault({u"login"_s, Fault::Kind::delay, 0, 0, {}, {}, 300ms, 1, {}});
@@ -448,20 +422,7 @@ private Q_SLOTS:
         QTRY_VERIFY(!window);
         QVERIFY(openLogin());
         QTRY_COMPARE(live->store->savedEmail(), std::optional(live->account().email));
-        QTest::qWait(20);
-        QVERIFY(window);
-    }
-
-    void linkOpensSignUpSite()
-    {
-        UrlCatcher browser;
-        QDesktopServices::setUrlHandler(u"https"_s, &browser, "open");
-        QVERIFY(openLogin());
-        QLabel *link = named<QLabel>(window, u"Don't have an account? Set up LibreLinkUp\u2026"_s);
-        QVERIFY(link);
-        QTest::mouseClick(link, Qt::LeftButton, {}, QPoint(4, link->height() / 2));
-        QDesktopServices::unsetUrlHandler(u"https"_s);
-        QCOMPARE(browser.opened, QList{QUrl(u"https://www.librelinkup.com/"_s)});
+        QVERIFY(!QTest::qWaitFor([this] { return !window; }, 50));
     }
 
     // Changed behind the window's back (the desktop's own startup settings), it is read again when shown.
@@ -476,12 +437,11 @@ private Q_SLOTS:
         QCOMPARE(loginItem->status(), LoginItem::Status::enabled);
         clickToggle(launch);
         QVERIFY(!launch->isChecked() && !QFile::exists(loginItem->filePath()));
-        QVERIFY(log.inCategory(u"com.nordvik.glinta.SettingsView"_s).isEmpty());
-
         window->hide();
         loginItem->registerItem();
         window->show();
         QVERIFY(launch->isChecked());
+        QCOMPARE(log.lines(u"SettingsView"_s), QStringList());
     }
 
     void launchAtLoginRefusedSpringsBack()
@@ -493,19 +453,17 @@ private Q_SLOTS:
         QCheckBox *launch = named<QCheckBox>(window, u"Launch Glinta at login"_s);
         clickToggle(launch);
         QVERIFY(!launch->isChecked());
-        const QList<LogCapture::Entry> lines = log.inCategory(u"com.nordvik.glinta.SettingsView"_s);
-        QCOMPARE(lines.size(), 1);
-        QCOMPARE(lines.first().type, QtCriticalMsg);
-        QCOMPARE(lines.first().message, u"Launch at Login change failed: Not a directory"_s);
+        QCOMPARE(log.lines(u"SettingsView"_s),
+                 QStringList{u"critical: Launch at Login change failed: Not a directory"_s});
     }
 
     // The account follows the store; signing out asks first, and only its own button signs out.
     void accountAndSignOut_data()
     {
-        QTest::addColumn<QString>("answer"); // empty: Escape
+        QTest::addColumn<QString>("answer");
         QTest::addColumn<bool>("signsOut");
         QTest::newRow("Sign Out") << u"Sign Out"_s << true;
-        QTest::newRow("Escape") << QString() << false;
+        QTest::newRow("Cancel") << u"Cancel"_s << false;
     }
 
     void accountAndSignOut()
@@ -524,23 +482,13 @@ private Q_SLOTS:
         QTest::mouseClick(signOut, Qt::LeftButton);
         const QPointer<QMessageBox> alert = window->findChild<SettingsView *>()->signOutAlert();
         QVERIFY(alert && QTest::qWaitForWindowExposed(alert));
-        QStringList texts{alert->text(), alert->informativeText()};
-        for (const QAbstractButton *button : alert->buttons())
-            texts.append(button->text());
-        QCOMPARE(texts, (QStringList{u"Sign out of LibreLinkUp?"_s,
-                                     u"Glinta will forget the saved password and stop showing readings. You "
-                                     u"can sign in again at any time."_s,
-                                     u"Sign Out"_s, u"Cancel"_s}));
-        QCOMPARE(alert->defaultButton(), alert->buttons().first());
+        QCOMPARE(alert->defaultButton()->text(), u"Sign Out"_s);
 
-        if (answer.isEmpty())
-            QTest::keyClick(alert, Qt::Key_Escape);
-        else
-            QTest::mouseClick(named<QPushButton>(alert, answer), Qt::LeftButton);
+        QTest::mouseClick(named<QPushButton>(alert, answer), Qt::LeftButton);
         QTRY_VERIFY(!alert);
         QCOMPARE(live->store->savedEmail().has_value(), !signsOut);
-        QTest::qWait(20);
-        QTRY_COMPARE(windows->window(u"settings"_s) == nullptr, signsOut);
+        // Signing out closes the window; keeping the account leaves it open.
+        QCOMPARE(QTest::qWaitFor([this] { return !window; }, signsOut ? 5000 : 50), signsOut);
     }
 
     // A figure is read in the shown unit and saved in whole mg/dL; a refused one says why under its field,
@@ -553,7 +501,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("outcome"); // the stored range (80-250 before), then each red line
         const auto [mg, mmol] = allGlucoseUnits;
         const QString lowMg = u"80-250|Between 54 and 120 mg/dL|"_s;
-        QTest::newRow("53") << mg << u"53"_s << u"180"_s << lowMg;
         QTest::newRow("120") << mg << u"120"_s << u"180"_s << u"120-180||"_s;
         QTest::newRow("121") << mg << u"121"_s << u"180"_s << lowMg;
         QTest::newRow("abc") << mg << u"abc"_s << u"180"_s << lowMg;
@@ -601,11 +548,10 @@ private Q_SLOTS:
     // "Turn Off" does it.
     void alertSwitches_data()
     {
-        QTest::addColumn<QString>("answer"); // empty: Escape
+        QTest::addColumn<QString>("answer");
         QTest::addColumn<bool>("urgentLowOn");
         QTest::newRow("Turn Off") << u"Turn Off"_s << false;
         QTest::newRow("Cancel") << u"Cancel"_s << true;
-        QTest::newRow("Escape") << QString() << true;
     }
 
     void alertSwitches()
@@ -638,33 +584,13 @@ private Q_SLOTS:
             alert->text() + u'|' + alert->informativeText(),
             u"Turn off urgent low alerts?|Glinta will no longer alert you when glucose falls below 3.0 mmol/L."_s);
         QCOMPARE(alert->defaultButton(), named<QPushButton>(alert, u"Cancel"_s));
-        if (answer.isEmpty())
-            QTest::keyClick(alert, Qt::Key_Escape);
-        else
-            QTest::mouseClick(named<QPushButton>(alert, answer), Qt::LeftButton);
+        QTest::mouseClick(named<QPushButton>(alert, answer), Qt::LeftButton);
         QTRY_VERIFY(!alert);
         QCOMPARE(live->preferences->alertSettings().isEnabled(AlertKind::urgentLow), urgentLowOn);
         QCOMPARE(urgent->isChecked(), urgentLowOn);
     }
 
-    // Newest first, in the wording they shipped with: the warning sign keeps its text-style selector and
-    // the dashes are real em dashes. A screen reader hears each entry as one sentence per change.
-    void whatsNewIsNewestFirstAndVerbatim()
-    {
-        QStringList versions;
-        for (const ReleaseNote &note : releaseNotes())
-            versions.append(note.version);
-        QCOMPARE(versions, (QStringList{u"1.3.5"_s, u"1.3.4"_s, u"1.3.3"_s, u"1.3.2"_s, u"1.3.1"_s, u"1.3"_s,
-                                        u"1.2.1"_s, u"1.2"_s, u"1.1"_s, u"1.0"_s}));
-        QVERIFY(
-            releaseNotes().at(0).changes.at(0).contains(u"showing with no \u26A0\uFE0E \u2014 looking"_s));
-        QVERIFY(releaseNotes().at(2).changes.at(0).contains(u"staying blank \u2014 it waited"_s));
-        QVERIFY(releaseNotes().at(3).changes.at(1).startsWith(u"What\x27s New: "_s));
-        QCOMPARE(WhatsNewView(u"1.2"_s).entryAccessibilityLabels().at(7),
-                 u"Version 1.2, July 2026, installed. Desktop widgets: current reading, chart, and 12-hour "
-                 u"stats.. Sign-in moved to its own window so password AutoFill works."_s);
-    }
-
+    // A screen reader hears each entry as one sentence per change, the badge included.
     void whatsNewMarksOnlyTheRunningVersion_data()
     {
         QTest::addColumn<std::optional<QString>>("current");
@@ -687,6 +613,9 @@ private Q_SLOTS:
                 badged.append(badge->text() == u"Installed"_s ? releaseNotes().at(i).version : badge->text());
         }
         QCOMPARE(badged, marked);
+        QCOMPARE(WhatsNewView(u"1.2"_s).entryAccessibilityLabels().at(7),
+                 u"Version 1.2, July 2026, installed. Desktop widgets: current reading, chart, and 12-hour "
+                 u"stats.. Sign-in moved to its own window so password AutoFill works."_s);
     }
 };
 

@@ -1,24 +1,11 @@
-#include "CountingReloader.h"
+#include "LiveStore.h"
 #include "LogCapture.h"
-#include "ManualClock.h"
-#include "SimulatedService.h"
 #include "TaskOutcome.h"
-#include "client/LibreLinkUpClient.h"
-#include "persistence/KeychainStore.h"
 #include "snapshot/GlucoseSnapshot.h"
-#include "snapshot/SharedSnapshotStore.h"
-#include "snapshot/WidgetReloader.h"
-#include "store/GlucoseStore.h"
-#include "store/Preferences.h"
 
-#include <QNetworkAccessManager>
-#include <QSettings>
 #include <QSignalSpy>
-#include <QTemporaryDir>
-#include <QTest>
-#include <QUuid>
 
-#include <qcoro/qcorotimer.h>
+#include <random>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -36,6 +23,7 @@ const sim::SimAccount bob{u"bob@example.com"_s, u"pw"_s, u"b0b"_s, QString(), {{
 const QDateTime start(QDate(2024, 1, 15), QTime(10, 0), QTimeZone::utc());
 const QString rejected = u"LibreLinkUp rejected the email or password."_s;
 const QString expired = u"info: Session expired; signing in again"_s;
+const QString failedRefresh = u"critical: Refresh failed: "_s;
 QString limitedUntil(const QString &time)
 {
     return u"failed: LibreLinkUp is rate-limiting requests. This usually clears up within a few minutes. "
@@ -43,73 +31,22 @@ QString limitedUntil(const QString &time)
            time + u'.';
 }
 
-QString show(const Status &status)
-{
-    static const QStringList names{u"failed: "_s, u"loggedOut"_s, u"connecting"_s, u"active"_s};
-    return names.at(int(status.kind)) + status.message;
-}
+constexpr auto show = &LiveStore::show;
 
 Fault fault(const QString &path, Fault::Kind kind, int status = 0)
 {
     return {path, kind, status, status, {}, {}, {}, 1, {}}; // answers one request
 }
 
-// The session's real keyring under a service name of this test's own, locked on demand.
-class TestKeychain : public KeychainStore
+// The store over a simulated service whose phone clock keeps pace with the store's manual clock; the log
+// comes first, so that it hears the store from its start.
+struct Rig : LogCapture, LiveStore
 {
-public:
-    TestKeychain() : KeychainStore(u"com.nordvik.glinta.test."_s + QUuid::createUuid().toString(), 10s) {}
-    QCoro::Task<void> savePassword(QString password, QString account) const override
+    explicit Rig(const QString &savedEmail = {}, const QString &appVersion = {},
+                 const QString &snapshotParent = {})
+        : LiveStore(savedEmail, appVersion, snapshotParent)
     {
-        if (lockSaving)
-            throw KeychainError::locked();
-        // As a keyring that shows its prompt.
-        saving = true;
-        if (saveDelay > 0ms)
-            co_await QCoro::sleepFor(saveDelay);
-        co_await KeychainStore::savePassword(std::move(password), std::move(account));
-        saving = false;
-    }
-    bool lockSaving = false;
-    std::chrono::milliseconds saveDelay{0};
-    mutable bool saving = false;
-};
-
-// A started store over a simulated service whose phone clock keeps pace with the store's manual clock.
-struct Rig
-{
-    explicit Rig(const QString &savedEmail = {}, const QString &snapshotParent = {},
-                 const QString &appVersion = {})
-    {
-        for (const sim::SimAccount &account : {demo, bob})
-            service.addAccount(account);
-        service.start();
-        service.setNow(start);
-        QSettings seed(settingsPath, QSettings::IniFormat);
-        seed.setValue(u"lastLaunchedBuild"_s, u"1"_s); // the same build again: no widget reload
-        if (!savedEmail.isEmpty())
-            seed.setValue(u"libreLinkUpEmail"_s, savedEmail);
-        if (!appVersion.isEmpty())
-            seed.setValue(u"serviceAppVersion"_s, appVersion);
-        seed.sync();
-        client = std::make_unique<LibreLinkUpClient>(&network, service.endpoints(), 1s);
-        preferences =
-            std::make_unique<Preferences>(std::make_unique<QSettings>(settingsPath, QSettings::IniFormat));
-        snapshots =
-            std::make_unique<SharedSnapshotStore>(snapshotParent.isEmpty() ? dir.path() : snapshotParent);
-        store = std::make_unique<GlucoseStore>(
-            GlucoseStore::Services{client.get(), &keychain, snapshots.get(), preferences.get(), &widgets,
-                                   &clock, BuildInfo{u"1.3.5"_s, u"1"_s}});
-        QObject::connect(store.get(), &GlucoseStore::statusChanged,
-                         [this] { trail.append(show(store->status())); });
-        store->start();
-    }
-    ~Rig()
-    {
-        store.reset();
-        QTest::qWait(20); // what the store had in flight ends before the network goes
-        for (const QString &account : {demo.email, bob.email})
-            runToEnd(keychain.deletePassword(account));
+        service.addAccount(bob);
     }
 
     void pass(std::chrono::seconds time)
@@ -117,8 +54,16 @@ struct Rig
         clock.advance(time);
         service.advance(time);
     }
-    // Long enough for a cycle that should not happen to show itself.
-    static void quiet() { QTest::qWait(150); }
+    // No request reaches the service in a while, long enough for a cycle that should not run to show.
+    bool silent() const
+    {
+        const int before = allRequests();
+        return !QTest::qWaitFor([&] { return allRequests() != before; }, 150);
+    }
+    int allRequests() const
+    {
+        return requests(u"login"_s) + requests(u"connections"_s) + requests(u"graph"_s);
+    }
     // The tick and the poll loop both in their pause.
     bool idle() const { return clock.pendingSleeps() == 2; }
     bool signedIn()
@@ -134,39 +79,15 @@ struct Rig
                 return value;
         return {};
     }
-    int allRequests() const
-    {
-        return requests(u"login"_s) + requests(u"connections"_s) + requests(u"graph"_s);
-    }
-    QStringList log() const
-    {
-        QStringList lines;
-        for (const LogCapture::Entry &entry : capture.inCategory(u"com.nordvik.glinta.GlucoseStore"_s))
-            lines.append((entry.type == QtInfoMsg ? u"info: "_s : u"error: "_s) + entry.message);
-        return lines;
-    }
+    QStringList log() const { return lines(u"GlucoseStore"_s); }
     bool hasPassword()
     {
         return run(keychain.readPassword(demo.email)).value.value_or(std::nullopt).has_value();
     }
     QVariant preference(const QString &key) const
     {
-        return QSettings(settingsPath, QSettings::IniFormat).value(key);
+        return QSettings(settingsPath(), QSettings::IniFormat).value(key);
     }
-
-    LogCapture capture;
-    QTemporaryDir dir;
-    QString settingsPath = dir.filePath(u"glinta.conf"_s);
-    SimulatedService service;
-    QNetworkAccessManager network;
-    std::unique_ptr<LibreLinkUpClient> client;
-    TestKeychain keychain;
-    std::unique_ptr<SharedSnapshotStore> snapshots;
-    std::unique_ptr<Preferences> preferences;
-    CountingReloader widgets;
-    ManualClock clock{ManualClock::Mode::manual, start};
-    std::unique_ptr<GlucoseStore> store;
-    QStringList trail;
 };
 
 } // namespace
@@ -209,11 +130,11 @@ private Q_SLOTS:
         QVERIFY(rig.log().isEmpty());
 
         rig.trail.clear();
-        rig.keychain.lockSaving = failure.startsWith(u"Keychain");
+        rig.keychain.locked = failure.startsWith(u"Keychain");
         QVERIFY(!runToEnd(rig.store->signIn(demo.email, password)));
         QTRY_COMPARE(rig.trail, (QStringList{u"connecting"_s, ok ? u"active"_s : u"failed: "_s + failure}));
         QTRY_COMPARE(rig.clock.pendingSleeps(), ok ? 2 : 1); // no loop after a failure
-        QCOMPARE(rig.log(), ok ? QStringList() : QStringList{u"error: Login failed: "_s + failure});
+        QCOMPARE(rig.log(), ok ? QStringList() : QStringList{u"critical: Login failed: "_s + failure});
         QCOMPARE(rig.store->savedEmail(), std::optional(ok ? demo.email : saved));
         QCOMPARE(rig.preference(u"libreLinkUpEmail"_s).toString(), ok ? demo.email : saved);
         QCOMPARE(rig.hasPassword(), ok);
@@ -260,10 +181,10 @@ private Q_SLOTS:
             rig.service.addFault(fault(stage, Fault::Kind::emptyConnections));
             QVERIFY(!runToEnd(store.signIn(demo.email, demo.password)));
             QTRY_VERIFY(rig.idle());
-            QCOMPARE(rig.log(),
-                     QStringList{u"error: Refresh failed: No one is sharing data with this LibreLinkUp "
-                                 u"account. In the LibreLink app choose Share, connect LibreLinkUp, "
-                                 u"then accept the invitation in the LibreLinkUp app."_s});
+            QCOMPARE(rig.log(), QStringList{failedRefresh +
+                                            u"No one is sharing data with this LibreLinkUp account. In the "
+                                            u"LibreLink app choose Share, connect LibreLinkUp, then accept "
+                                            u"the invitation in the LibreLinkUp app."_s});
             rig.service.addFault(late);
             rig.pass(60s);
             QTRY_COMPARE(rig.requests(stage), 2);
@@ -286,10 +207,8 @@ private Q_SLOTS:
         QCOMPARE(store.unit(), GlucoseUnit::mmolPerL);
         QCOMPARE(rig.preference(u"glucoseUnit"_s).toString(), u"mmol/L"_s);
 
-        const int requests = rig.allRequests();
         rig.pass(5min);
-        Rig::quiet();
-        QCOMPARE(rig.allRequests(), requests);
+        QVERIFY(rig.silent());
         QCOMPARE(rig.trail, QStringList{u"loggedOut"_s});
         QCOMPARE(rig.log().size(), cycling ? 1 : 0);
 
@@ -317,9 +236,7 @@ private Q_SLOTS:
         const QString attention =
             u"Your account needs attention. Open the LibreLinkUp app, accept any new terms, then try again."_s;
         const QString notSignedIn = u"Not signed in to LibreLinkUp."_s;
-        const auto failed = [](const QString &text) -> QString {
-            return u"error: Refresh failed: "_s + text;
-        };
+        const auto failed = [](const QString &text) { return failedRefresh + text; };
 
         QTest::newRow("session renewed")
             << QList{unauthorised} << u"active"_s << false << 2 << QStringList{expired};
@@ -371,13 +288,11 @@ private Q_SLOTS:
         QCOMPARE(rig.requests(u"connections"_s), 1); // the patient is remembered through it all
 
         // The usual pause, without back-off.
-        const int before = rig.allRequests();
         rig.pass(59s);
-        Rig::quiet();
-        QCOMPARE(rig.allRequests(), before);
+        QVERIFY(rig.silent());
         rig.pass(1s);
         if (loopEnds) {
-            Rig::quiet();
+            QVERIFY(rig.silent());
             QCOMPARE(rig.clock.pendingSleeps(), 1); // the tick's alone
         } else {
             QTRY_COMPARE(rig.store->lastUpdated(), std::optional(start.addSecs(180)));
@@ -402,9 +317,10 @@ private Q_SLOTS:
         QCOMPARE(rig.requests(u"graph"_s), 3);       // without waiting for a pause
         QCOMPARE(rig.requests(u"connections"_s), 1); // the same account keeps its person
         QCOMPARE(rig.trail, (QStringList{u"connecting"_s, u"active"_s}));
-        QTest::qWait(400); // the old cycle's late answer, had it not been cancelled
-
         const GlucoseStore &store = *rig.store;
+        QSignalSpy landed(&store, &GlucoseStore::lastUpdatedChanged);
+        QVERIFY2(!landed.wait(400), "the old cycle's late answer landed");
+
         QList<qint64> ageAtTick;
         connect(&store, &GlucoseStore::nowChanged, this,
                 [&] { ageAtTick.append(store.latest()->date.secsTo(store.now())); });
@@ -481,8 +397,7 @@ private Q_SLOTS:
         for (const int wait : std::as_const(waits)) {
             const int before = rig.requests(u"graph"_s);
             rig.pass(std::chrono::seconds(wait - 1));
-            Rig::quiet();
-            QCOMPARE(rig.requests(u"graph"_s), before);
+            QVERIFY(rig.silent());
             rig.pass(1s);
             QTRY_COMPARE(rig.requests(u"graph"_s), before + 1);
             QTRY_VERIFY(rig.idle());
@@ -561,11 +476,11 @@ private Q_SLOTS:
         QCOMPARE(rig.preference(u"serviceAppVersion"_s).toString(), named ? u"4.17.0"_s : QString());
         QCOMPARE(rig.log().value(0), named ? u"info: LibreLinkUp asks for app version 4.17.0; sending it "
                                              u"from now on"_s
-                                           : QString(u"error: Refresh failed: "_s + status.mid(8)));
+                                           : QString(failedRefresh + status.mid(8)));
 
         // A restart keeps sending it; a build that knows a newer version, or an unreadable one, forgets it.
         for (const QString &remembered : {u"4.17.0"_s, u"4.9.9"_s, u"4.17\n"_s}) {
-            Rig restarted(demo.email, {}, remembered);
+            Rig restarted(demo.email, remembered);
             const bool kept = remembered == u"4.17.0";
             QCOMPARE(restarted.client->appVersion().toString(), kept ? remembered : u"4.16.0"_s);
             QCOMPARE(restarted.preference(u"serviceAppVersion"_s).isValid(), kept);
@@ -586,7 +501,7 @@ private Q_SLOTS:
     {
         QFETCH(GlucoseUnit, unit);
         QFETCH(bool, containerUnavailable);
-        Rig rig({}, containerUnavailable ? u"/dev/null"_s : QString());
+        Rig rig({}, {}, containerUnavailable ? u"/dev/null"_s : QString());
         QVERIFY(rig.signedIn());
         if (!containerUnavailable)
             rig.snapshots->clear();
@@ -596,7 +511,7 @@ private Q_SLOTS:
         QCOMPARE(changed.count(), unit == GlucoseUnit::mmolPerL ? 1 : 0);
         QCOMPARE(rig.preference(u"glucoseUnit"_s).toString(), rawValue(unit));
         const QString failed =
-            u"error: Could not publish widget snapshot: The app group container "
+            u"critical: Could not publish widget snapshot: The app group container "
             u"K3R8WQ5N2D.com.nordvik.glinta is unavailable. Check the App Groups entitlement."_s;
         QCOMPARE(rig.log(), QStringList(containerUnavailable ? 2 : 0, failed));
         QCOMPARE(rig.widgets.reloads, containerUnavailable ? 0 : 2);
@@ -612,6 +527,71 @@ private Q_SLOTS:
             QCOMPARE(rig.snapshots->read()->alert, AlertKind::high);
         }
         QCOMPARE(rig.preference(u"targetHighMgPerDl"_s).toString(), u"250"_s);
+    }
+
+    // A hundred and more Refresh cycles, each with one of the ways a cycle can end picked at random
+    // (GLINTA_SOAK_SEED repeats a run): after each the store shows the last good cycle's data and snapshot,
+    // and the status and log line of the cycle's own ending.
+    void soak()
+    {
+        struct Ending
+        {
+            std::optional<Fault> fault;
+            QString line; // the store's log line, if any
+            bool fails;
+        };
+        const QString graph = u"graph"_s;
+        const QList<Ending> endings{
+            {std::nullopt, {}, false},
+            {fault(graph, Fault::Kind::httpStatus, 500), u"LibreLinkUp request failed (HTTP 500)."_s, true},
+            {fault(graph, Fault::Kind::httpStatus, 401), expired, false},
+            {fault(graph, Fault::Kind::notJson),
+             u"The response is not valid JSON (illegal value at byte 1)."_s, true},
+            {fault(graph, Fault::Kind::closeMidBody), u"The connection to the server was lost."_s, true},
+            // The patient is known after the first cycle, so the list is not asked for again.
+            {fault(u"connections"_s, Fault::Kind::emptyConnections), {}, false},
+        };
+        const QByteArray seed = qgetenv("GLINTA_SOAK_SEED");
+        std::mt19937 random(seed.isEmpty() ? 20240115u : seed.toUInt());
+        qInfo("Seed %u (GLINTA_SOAK_SEED repeats the run)", seed.isEmpty() ? 20240115u : seed.toUInt());
+
+        Rig rig;
+        QVERIFY(rig.signedIn()); // the loop's pause never ends: from here on the cycles are the test's
+        std::optional<GlucoseSnapshot> good = rig.snapshots->read();
+        int reloads = rig.widgets.reloads;
+        for (int cycle = 1; cycle <= 120; ++cycle) {
+            const Ending &ending = endings.at(random() % endings.size());
+            rig.service.clearFaults();
+            if (ending.fault)
+                rig.service.addFault(*ending.fault);
+            // A new minute on the phone and on the wall.
+            const QDateTime now = start.addSecs(60 * cycle);
+            rig.service.setNow(now);
+            rig.clock.setNow(now);
+            const qsizetype logged = rig.log().size();
+            QVERIFY(!runToEnd(rig.store->refresh()));
+
+            const GlucoseStore &store = *rig.store;
+            const QString line = ending.fails ? failedRefresh + ending.line : ending.line;
+            QCOMPARE(rig.log().mid(logged), line.isEmpty() ? QStringList() : QStringList{line});
+            QCOMPARE(show(store.status()), ending.fails ? u"failed: "_s + ending.line : u"active"_s);
+            if (!ending.fails) {
+                QCOMPARE(store.latest()->date, now);
+                QCOMPARE(store.latest()->mgPerDl, SimulatedService::glucoseAt(now));
+                // Twelve hours of quarter-hour points, and the current reading unless it is one of them.
+                QCOMPARE(store.history().size(), qsizetype(now.time().minute() % 15 == 0 ? 48 : 49));
+                good = GlucoseSnapshot{store.latest(), store.history(), GlucoseUnit::mgPerDl,
+                                       u"Ann Lee"_s,   {70, 180},       now,
+                                       std::nullopt};
+                ++reloads;
+            }
+            QVERIFY2(store.latest() == good->latest && store.history() == good->history &&
+                         store.lastUpdated() == good->updatedAt && rig.snapshots->read() == good,
+                     qPrintable(u"cycle %1, after %2"_s.arg(cycle).arg(line)));
+            QCOMPARE(rig.widgets.reloads, reloads);
+            QVERIFY(!store.credentialFailure());
+        }
+        QCOMPARE(rig.requests(u"connections"_s), 1);
     }
 };
 

@@ -1,15 +1,11 @@
 #include "CountingReloader.h"
 #include "LogCapture.h"
-#include "snapshot/WidgetReloader.h"
 #include "store/Preferences.h"
 #include "support/BuildInfo.h"
 
-#include <QCoreApplication>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <cstdlib>
 #include <tuple>
 
 using namespace Qt::StringLiterals;
@@ -38,18 +34,14 @@ private Q_SLOTS:
         m_path = m_dir->filePath(u"glinta.conf"_s);
     }
 
-    // Only the exact raw value reads as mmol/L.
-    void unitReading()
+    // A hand-edited range that is unreadable, or not one the user could pick, reads as the default; only
+    // the exact raw value reads as mmol/L.
+    void handEdited()
     {
         seed(u"glucoseUnit"_s, u"mmol/L"_s);
         QCOMPARE(open()->glucoseUnit(), GlucoseUnit::mmolPerL);
         seed(u"glucoseUnit"_s, u"mmol/l"_s);
         QCOMPARE(open()->glucoseUnit(), GlucoseUnit::mgPerDl);
-    }
-
-    // A hand-edited range that is unreadable, or not one the user could pick, reads as the default.
-    void targetRangeReading()
-    {
         const QList<std::tuple<const char *, const char *, TargetRange>> rows{
             {"80", "250.5", {80, 250.5}}, {"eighty", "250", {}}, {"115", "120", {}}, {"nan", "250", {}}};
         for (const auto &[low, high, read] : rows) {
@@ -111,41 +103,12 @@ private Q_SLOTS:
         QCOMPARE(preferences->lastLaunchedBuild(), build);
         QTEST(preferences->availableUpdateVersion().has_value(), "badgeKept");
 
-        QStringList lines;
-        for (const LogCapture::Entry &entry : log.inCategory(u"com.nordvik.glinta.GlucoseStore"_s))
-            lines.append((entry.type == QtInfoMsg ? u"info: "_s : u"other: "_s) + entry.message);
+        const QStringList lines = log.lines(u"GlucoseStore"_s);
         QCOMPARE(lines, logLine.isEmpty() ? QStringList() : QStringList{u"info: "_s + logLine});
         QCOMPARE(widgets.reloads, lines.size());
     }
-
-    void noSessionBusIsSaidOnce()
-    {
-        // The session bus is chosen once per process, so ask a child without one.
-        QProcess child;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, u"unix:path="_s + m_dir->filePath(u"no-bus"_s));
-        environment.insert(u"GLINTA_TEST_CHILD"_s, u"no-bus"_s);
-        environment.insert(u"QT_LOGGING_RULES"_s, u"com.nordvik.glinta.*=true"_s);
-        child.setProcessEnvironment(environment);
-        child.start(QCoreApplication::applicationFilePath(), {});
-        QVERIFY(child.waitForFinished(30000));
-        QCOMPARE(child.exitCode(), 0);
-        const QString output = QString::fromUtf8(child.readAllStandardError());
-        QCOMPARE(output.count(u"No session bus, so no widget can be told to reload"_s), 1);
-    }
 };
 
-int main(int argc, char *argv[])
-{
-    QCoreApplication app(argc, argv);
-    if (qgetenv("GLINTA_TEST_CHILD") == "no-bus") {
-        WidgetReloader widgets;
-        widgets.reloadAllTimelines();
-        widgets.reloadAllTimelines();
-        return EXIT_SUCCESS;
-    }
-    TestPreferences test;
-    return QTest::qExec(&test, argc, argv);
-}
+QTEST_GUILESS_MAIN(TestPreferences)
 
 #include "tst_preferences.moc"
