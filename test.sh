@@ -14,10 +14,15 @@ build="$root/build/test"
 
 # The cheap checks first: the committed format, and includes that keep to the layers.
 cd "$root"
-if git rev-parse --is-inside-work-tree >/dev/null 2>&1 &&
-  ! git ls-files -z -- '*.cpp' '*.h' | xargs -0 clang-format --dry-run --Werror; then
-  echo "test.sh: the files above differ from .clang-format; run clang-format -i on them" >&2
-  exit 1
+if git rev-parse --is-inside-work-tree >/dev/null 2>&1; then
+  sources=()
+  while IFS= read -r -d '' file; do
+    [[ -e $file ]] && sources+=("$file")
+  done < <(git ls-files -z --cached --others --exclude-standard -- '*.cpp' '*.h')
+  if ! clang-format --dry-run --Werror "${sources[@]}"; then
+    echo "test.sh: the files above differ from .clang-format; run clang-format -i on them" >&2
+    exit 1
+  fi
 fi
 "$root/scripts/check-layers.py"
 

@@ -2,18 +2,13 @@
 
 #include "client/ServiceEndpoints.h"
 
-#include <QDir>
-#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
 #include <QSettings>
-#include <QTemporaryDir>
 #include <QTest>
 
-// The glinta program of this build, run with a profile of its own (configuration, data and runtime
-// directories) and pointed at a simulated service through the development address file, so a test
-// never meets the user's settings, snapshot or running Glinta.
+// This build's glinta with a profile of its own and a simulated service: never the user's settings or data.
 class GlintaProcess
 {
 public:
@@ -56,14 +51,15 @@ public:
         return m_home.filePath(u"data/K3R8WQ5N2D.com.nordvik.glinta/glucose-snapshot.json"_qs);
     }
 
-    void start()
+    // `wrapper` runs in front of it.
+    void start(const QStringList &wrapper = {})
     {
+        const QStringList command = wrapper + QStringList{QStringLiteral(GLINTA_PROGRAM)};
         m_process.setProcessEnvironment(environment);
-        m_process.start(QStringLiteral(GLINTA_PROGRAM));
+        m_process.start(command.first(), command.mid(1));
         QVERIFY2(m_process.waitForStarted(10000), qPrintable(m_process.errorString()));
     }
 
-    // Everything it printed so far.
     QString output()
     {
         m_output += QString::fromUtf8(m_process.readAll());
@@ -74,8 +70,6 @@ public:
 
     void stop()
     {
-        if (m_process.state() == QProcess::NotRunning)
-            return;
         m_process.terminate();
         if (!m_process.waitForFinished(10000)) {
             m_process.kill();

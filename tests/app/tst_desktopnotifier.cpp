@@ -14,8 +14,7 @@ class TestDesktopNotifier : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    // One notification per kind, closed when it ends; its snooze actions come back as requests. Without a
-    // server, the fallback shows it. Replacing one that goes off again: the alert drill.
+    // One notification per kind, closed when it ends; snooze actions come back; no server: the fallback.
     void notifies()
     {
         PrivateSessionBus bus;

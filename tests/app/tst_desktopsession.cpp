@@ -1,6 +1,5 @@
-// Glinta as a user meets it: the real program in a real X session with a tray, clicked with xdotool,
-// under an XEmbed host (trayer) and under a StatusNotifierItem host (Plasma, AppIndicator, waybar). Leaves
-// a screenshot of the screen as an artefact.
+// The real program in an X session, clicked with xdotool, under an XEmbed tray (trayer) and under a
+// StatusNotifierItem host (Plasma, AppIndicator, waybar); leaves a screenshot as an artefact.
 #include "GlintaProcess.h"
 #include "PrivateSessionBus.h"
 #include "SimulatedService.h"
@@ -94,8 +93,7 @@ public:
     }
 
 private Q_SLOTS:
-    // Signed out, so that nothing needs the keyring; a signed-in launch is the fault drills' and
-    // tst_glintaapp's, the icon's drawing tst_trayicon's.
+    // Signed out, so nothing needs the keyring (signed in: the drills, tst_glintaapp; the icon: tst_panel).
     void clickOpensThePanelAndASecondLaunchRaisesIt()
     {
         if (QGuiApplication::platformName() != u"xcb"_s || !QSystemTrayIcon::isSystemTrayAvailable())
@@ -119,7 +117,6 @@ private Q_SLOTS:
         QTest::qWait(300);
         const QString artefact = QStringLiteral(GLINTA_ARTIFACT_DIR) + u"/desktop-session.png"_s;
         QVERIFY(QGuiApplication::primaryScreen()->grabWindow(0).save(artefact, "PNG"));
-        qInfo("Screenshot: %s", qPrintable(artefact));
 
         // A second launch of the same profile brings the running one's panel forward and ends.
         xdotool({u"key"_s, u"Escape"_s});
@@ -141,9 +138,8 @@ private Q_SLOTS:
         QCOMPARE(runtime.entryList({u"glinta-*"_s}, QDir::AllEntries | QDir::System), QStringList());
     }
 
-    // The item on a bus of the test's own, as the watcher takes in every Qt program on its bus: Activate
-    // toggles the panel, which has no tray geometry to go under (the pictures the item offers are Qt's
-    // export of the icon tst_glintaapp and tst_trayicon check). Last, since the bus becomes the process's.
+    // On a bus of the test's own (the watcher takes in every Qt program on its bus), Activate toggles the
+    // panel, which has no tray geometry to go under. Last, since the bus becomes the process's.
     void statusNotifierItem()
     {
         if (QGuiApplication::platformName() != u"xcb"_s ||
@@ -151,8 +147,7 @@ private Q_SLOTS:
             QSKIP("needs an X display and xdotool (./test.sh provides them)");
         PrivateSessionBus bus;
         Watcher watcher;
-        QVERIFY(bus.start());
-        QVERIFY(bus.connection().registerService(u"org.kde.StatusNotifierWatcher"_s));
+        QVERIFY(bus.start() && bus.connection().registerService(u"org.kde.StatusNotifierWatcher"_s));
         QVERIFY(bus.connection().registerObject(u"/StatusNotifierWatcher"_s, &watcher,
                                                 QDBusConnection::ExportScriptableContents));
         glinta::sim::SimulatedService service;

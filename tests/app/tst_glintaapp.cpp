@@ -10,9 +10,7 @@
 
 #include <QApplication>
 #include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QTest>
-#include <QUuid>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -23,12 +21,9 @@ class TestGlintaApp : public QObject
     Q_OBJECT
 
     // An account of this run's own, so the session's keyring never holds anything but test items.
-    sim::SimAccount m_account{u"app-"_s + QUuid::createUuid().toString(QUuid::WithoutBraces) +
-                                  u"@example.com"_s,
-                              u"pw"_s,
-                              u"u-1"_s,
-                              QString(),
-                              {{u"p-1"_s, u"Ann"_s, {}}}};
+    const QString m_email =
+        u"app-"_s + QUuid::createUuid().toString(QUuid::WithoutBraces) + u"@example.com"_s;
+    sim::SimAccount m_account{m_email, u"pw"_s, u"u-1"_s, QString(), {{u"p-1"_s, u"Ann"_s, {}}}};
     sim::SimulatedService m_service;
 
     std::unique_ptr<GlintaApp> makeApp(const QTemporaryDir &dir, const QString &savedEmail)
@@ -132,7 +127,6 @@ private Q_SLOTS:
         QVERIFY(!second.claim());
         SingleInstance elsewhere(otherProfile.path(), runtime.path());
         QVERIFY(elsewhere.claim());
-        // What a second launch does when the first answers: tst_desktopsession.
 
         // Nobody listens for a profile that nobody holds.
         SingleInstance lonely(crashedProfile.path(), runtime.path());

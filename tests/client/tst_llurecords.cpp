@@ -1,9 +1,9 @@
+#include "TestSupport.h"
 #include "client/LLURecords.h"
 #include "support/DecodingError.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace glinta;
@@ -35,8 +35,7 @@ private Q_SLOTS:
             R"({"status":0,"data":{"connection":null,"graphData":[{"Timestamp":"x","ValueInMgPerDl":55.5,"isLow":null}]}})");
         QVERIFY(!graph.data->connection && graph.data->graphData.value(0).valueInMgPerDl == 55.5 &&
                 !graph.data->graphData.value(0).isLow);
-        // The UTC time is kept as text; one that is not text is an extra the record does without, not a
-        // broken response.
+        // The UTC time is kept as text; one that is not text is dropped, not a broken response.
         const auto factory = decodeLLUResponse<LLUGraphData>(
             R"({"status":0,"data":{"graphData":[{"Timestamp":"x","FactoryTimestamp":"y","ValueInMgPerDl":1},)"
             R"({"Timestamp":"x","FactoryTimestamp":5,"ValueInMgPerDl":1}]}})");
@@ -57,8 +56,7 @@ private Q_SLOTS:
 
     void brokenResponses_data()
     {
-        QTest::addColumn<Decoder>("decoder");
-        QTest::addColumn<QByteArray>("body");
+        columns<Decoder, QByteArray>("decoder", "body");
         // Between "The response " and the final full stop. Text that is not JSON at all is the client's row.
         QTest::addColumn<QString>("description");
 
@@ -84,20 +82,13 @@ private Q_SLOTS:
 
     void brokenResponses()
     {
-        QFETCH(Decoder, decoder);
-        QFETCH(QByteArray, body);
-        QFETCH(QString, description);
+        const auto [decoder, body, description] =
+            fetch<Decoder, QByteArray, QString>("decoder", "body", "description");
 
-        try {
-            decoder(body);
-            QFAIL("decoding should have failed");
-        } catch (const DecodingError &error) {
-            QCOMPARE(error.description(), u"The response "_s + description + u'.');
-        }
+        QCOMPARE(errorOf([&] { decoder(body); }), u"The response "_s + description + u'.');
     }
 
-    // Whatever the escaping, a JSON parser must read back exactly what was given. Half a surrogate pair
-    // has no UTF-8 form; only an escape keeps it.
+    // A JSON parser reads back exactly what was given; half a surrogate pair survives only as an escape.
     void loginBody()
     {
         const QString surrogates = QChar(0xDE00) + u"p"_s + QChar(0xD83D) + QChar(0xD83D) + QChar(0xDE00);

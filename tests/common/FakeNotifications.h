@@ -6,8 +6,7 @@
 #include <QStringList>
 #include <QVariantMap>
 
-// A desktop notification server (org.freedesktop.Notifications) that only records what it is asked and
-// hands out ids, for tests on a bus of their own. List it in the test's SOURCES, for moc.
+// A notification server that records what it is asked and hands out ids; list it in SOURCES, for moc.
 class FakeNotifications : public QObject
 {
     Q_OBJECT
@@ -24,7 +23,6 @@ public:
             m_bus.unregisterService(service());
     }
 
-    // Takes the notification server's name on `bus`; false when it cannot.
     bool serveOn(const QDBusConnection &bus)
     {
         m_bus = bus;

@@ -1,25 +1,29 @@
 #pragma once
 
-#include "CountingReloader.h"
 #include "ManualClock.h"
 #include "MemoryKeychain.h"
 #include "SimulatedService.h"
 #include "client/LibreLinkUpClient.h"
 #include "snapshot/SharedSnapshotStore.h"
+#include "snapshot/WidgetReloader.h"
 #include "store/GlucoseStore.h"
 #include "store/Preferences.h"
 
 #include <QNetworkAccessManager>
 #include <QSettings>
-#include <QTemporaryDir>
 #include <QTest>
 
 #include <memory>
 
-// A real, started store over an in-process simulated service, for views that must see every status:
-// signIn() with the demo account makes it active, a wrong password failed, a delayed login holds it in
-// connecting. Nothing of the user's is touched: settings, snapshot and keyring are private. A past session
-// may have left its e-mail (without the password) and the app version the service asked for.
+class CountingReloader : public glinta::WidgetReloader
+{
+public:
+    void reloadAllTimelines() override { ++reloads; }
+    int reloads = 0;
+};
+
+// A started store over an in-process simulated service, with private settings, snapshot and keyring; a past
+// session may have left its e-mail (not the password) and the app version the service asked for.
 struct LiveStore
 {
     explicit LiveStore(const QString &savedEmail = {}, const QString &appVersion = {},
@@ -49,8 +53,7 @@ struct LiveStore
         QTest::qWait(10); // what the store had in flight ends before the network goes
     }
 
-    // A new store over the same services and preferences, as a relaunch makes it; each status it takes is
-    // noted in `trail`.
+    // A new store over the same services and preferences, as a relaunch makes it; `trail` notes each status.
     void restart()
     {
         store.reset();
@@ -74,8 +77,7 @@ struct LiveStore
     static glinta::sim::SimAccount account() { return glinta::sim::SimulatedService::demoAccount(); }
 
     QTemporaryDir dir;
-    // Manual: nothing polls again until a test moves the time on.
-    ManualClock clock{ManualClock::Mode::manual};
+    ManualClock clock;
     glinta::sim::SimulatedService service;
     QNetworkAccessManager network;
     MemoryKeychain keychain;

@@ -12,28 +12,12 @@
 #include <memory>
 #include <utility>
 
-// A clock that runs hours of polling in milliseconds.
-//
-// Automatic (the default): every sleep() moves the time on by its duration and ends on the next
-// event-loop turn, so a loop of one-minute pauses spins as fast as the event loop does.
-// Manual: a sleep waits until advance() moves the time to its deadline.
-//
-// Sleeps count elapsed time, as the real one counts through system sleep; setNow() changes only the wall
-// clock, like a user setting the time. A sleep never ends synchronously, and one that is still waiting
-// when the clock goes away throws CancelledError.
+// Hours of polling in milliseconds: a sleep waits until advance() reaches its deadline, never ends
+// synchronously, and throws CancelledError if the clock goes first. setNow() moves only the wall clock.
 class ManualClock : public glinta::Clock
 {
 public:
-    enum class Mode
-    {
-        automatic,
-        manual,
-    };
-
-    explicit ManualClock(Mode mode = Mode::automatic,
-                         QDateTime start = QDateTime(QDate(2024, 1, 15), QTime(10, 0), QTimeZone::utc()))
-        : m_mode(mode), m_now(std::move(start))
-    {}
+    ManualClock() = default;
     ManualClock(const ManualClock &) = delete;
     ManualClock &operator=(const ManualClock &) = delete;
     ~ManualClock() override
@@ -54,7 +38,7 @@ public:
         const auto registration = cancel.onCancel([waiter] { settle(waiter, true); });
         if (!waiter->settled) {
             m_waiters.append(waiter);
-            advance(m_mode == Mode::automatic ? waiter->deadline - m_elapsed : std::chrono::milliseconds(0));
+            advance(std::chrono::milliseconds(0));
         }
 
         co_await Suspend{*waiter};
@@ -87,8 +71,6 @@ public:
     {
         return std::count_if(m_waiters.cbegin(), m_waiters.cend(), [](const auto &w) { return !w->settled; });
     }
-    qsizetype sleepCount() const { return m_durations.size(); }
-    // Every duration asked of sleep(), in call order.
     QList<std::chrono::milliseconds> sleepDurations() const { return m_durations; }
 
 private:
@@ -124,8 +106,7 @@ private:
             Qt::QueuedConnection);
     }
 
-    Mode m_mode;
-    QDateTime m_now;
+    QDateTime m_now{QDate(2024, 1, 15), QTime(10, 0), QTimeZone::utc()};
     std::chrono::milliseconds m_elapsed{0};
     QList<std::shared_ptr<Waiter>> m_waiters;
     QList<std::chrono::milliseconds> m_durations;

@@ -9,11 +9,8 @@
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QDBusVariant>
-#include <QDir>
 #include <QProcess>
-#include <QTemporaryDir>
 #include <QTest>
-#include <QUuid>
 
 // A Secret Service secret: (oayays) on the bus.
 struct KeyringSecret
@@ -42,9 +39,8 @@ inline const QDBusArgument &operator>>(const QDBusArgument &argument, KeyringSec
 
 Q_DECLARE_METATYPE(KeyringSecret)
 
-// A gnome-keyring of a test's own, on a session bus of its own, so that the test can do to it what must
-// never happen to the session's keyring: lock it. A locked collection stays locked until unlock(), since
-// the bus activates no prompt.
+// A gnome-keyring on a bus of a test's own, to do what must never happen to the session's: lock it. It stays
+// locked until unlock(), since the bus activates no prompt.
 class PrivateKeyring
 {
 public:
@@ -74,14 +70,9 @@ public:
                         {u"--foreground"_qs, u"--unlock"_qs, u"--components=secrets"_qs});
         m_keyring.write(m_password);
         m_keyring.closeWriteChannel();
+        const QDBusConnectionInterface *bus = m_bus.connection().interface();
         return QTest::qWaitFor(
-            [&] {
-                return m_bus.connection()
-                    .interface()
-                    ->isServiceRegistered(u"org.freedesktop.secrets"_qs)
-                    .value();
-            },
-            20000);
+            [bus] { return bus->isServiceRegistered(u"org.freedesktop.secrets"_qs).value(); }, 20000);
     }
 
     bool lock()

@@ -1,15 +1,11 @@
 #pragma once
 
 #include <QDBusConnection>
-#include <QFile>
 #include <QProcess>
-#include <QTemporaryDir>
 #include <QTest>
 
-// A session bus of a test's own, for names that would disturb tests running beside it (a tray watcher,
-// a keyring that gets locked). No service directories, so nothing is activated behind the test's back.
-// start() points DBUS_SESSION_BUS_ADDRESS at it, for this process and the programs it starts: call it
-// before anything in the process opens the session bus.
+// A session bus of a test's own that activates nothing; start() points DBUS_SESSION_BUS_ADDRESS at it for
+// this process and its children, so call it before anything opens the session bus.
 class PrivateSessionBus
 {
 public:
@@ -24,10 +20,8 @@ public:
     // Call with QVERIFY(bus.start()); false, with a warning, when the bus did not come up.
     bool start()
     {
-        if (!m_directory.isValid())
-            return false;
         QFile config(m_directory.filePath(u"bus.conf"_qs));
-        if (!config.open(QIODevice::WriteOnly))
+        if (!m_directory.isValid() || !config.open(QIODevice::WriteOnly))
             return false;
         config.write(uR"(<busconfig><type>session</type><listen>unix:path=%1</listen><auth>EXTERNAL</auth>
 <policy context="default"><allow send_destination="*"/><allow receive_sender="*"/><allow own="*"/></policy>

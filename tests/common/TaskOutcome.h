@@ -5,7 +5,6 @@
 #include <exception>
 #include <optional>
 
-// How a coroutine call ended: its value or what it threw.
 template <typename T> struct Outcome
 {
     std::optional<T> value;
@@ -24,7 +23,6 @@ template <typename T> QCoro::Task<Outcome<T>> settled(QCoro::Task<T> task)
     co_return outcome;
 }
 
-// Runs a task to its end from a test function.
 template <typename T> Outcome<T> run(QCoro::Task<T> task)
 {
     return QCoro::waitFor(settled(std::move(task)));
@@ -40,18 +38,6 @@ inline QCoro::Task<bool> settledVoid(QCoro::Task<void> task)
 inline std::exception_ptr runToEnd(QCoro::Task<void> task)
 {
     return run(settledVoid(std::move(task))).error;
-}
-
-template <typename E> std::optional<E> errorAs(const std::exception_ptr &error)
-{
-    try {
-        if (error)
-            std::rethrow_exception(error);
-    } catch (const E &typed) {
-        return typed;
-    } catch (...) {
-    }
-    return std::nullopt;
 }
 
 // For failure messages; user-facing texts carry no secrets.

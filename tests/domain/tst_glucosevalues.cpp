@@ -1,3 +1,4 @@
+#include "TestSupport.h"
 #include "domain/GlucoseChartSeries.h"
 #include "domain/GlucoseReading.h"
 #include "domain/GlucoseStatistics.h"
@@ -10,14 +11,10 @@
 
 #include <QJsonObject>
 #include <QLocale>
-#include <QTest>
 
 #include <clocale>
 #include <cstdio>
-#include <initializer_list>
 #include <limits>
-#include <optional>
-#include <utility>
 
 using namespace Qt::StringLiterals;
 using namespace glinta;
@@ -25,8 +22,7 @@ using namespace glinta;
 namespace {
 
 const QString enDash = u"\u2013"_s;
-const auto mg = GlucoseUnit::mgPerDl;
-const auto mmol = GlucoseUnit::mmolPerL;
+const auto [mg, mmol] = allGlucoseUnits;
 const double NaN = std::numeric_limits<double>::quiet_NaN();
 
 // Every time in these tests is an offset in seconds from the snapshot file's reference date.
@@ -70,7 +66,6 @@ private Q_SLOTS:
     {
         std::setlocale(LC_ALL, "de_DE.UTF-8"); // may be missing; the Qt default locale alone still counts
         QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
-        QCOMPARE(QLocale().decimalPoint(), u","_s);
     }
 
     // 257 would alias 1 if narrowed before the range check.
@@ -92,9 +87,7 @@ private Q_SLOTS:
 
     void format_data()
     {
-        QTest::addColumn<GlucoseUnit>("unit");
-        QTest::addColumn<double>("mgPerDl");
-        QTest::addColumn<QString>("expected");
+        columns<GlucoseUnit, double, QString>("unit", "mgPerDl", "expected");
 
         // Finite mmol/L figures are checked against printf below.
         QTest::newRow("2.5 not to even") << mg << 2.5 << u"3"_s;
@@ -114,8 +107,7 @@ private Q_SLOTS:
 
     void format()
     {
-        QFETCH(GlucoseUnit, unit);
-        QFETCH(double, mgPerDl);
+        const auto [unit, mgPerDl] = fetch<GlucoseUnit, double>("unit", "mgPerDl");
         QTEST(glinta::format(unit, mgPerDl), "expected");
     }
 
@@ -153,9 +145,8 @@ private Q_SLOTS:
 
     void decodingFails_data()
     {
-        QTest::addColumn<QString>("member");
-        QTest::addColumn<QJsonValue>("value"); // undefined: left out
-        QTest::addColumn<QString>("message");
+        // value: undefined leaves the member out
+        columns<QString, QJsonValue, QString>("member", "value", "message");
 
         for (const auto &[key, expected] : {std::pair{"date", "a number"},
                                             {"mgPerDl", "a number"},
@@ -176,30 +167,21 @@ private Q_SLOTS:
 
     void decodingFails()
     {
-        QFETCH(QString, member);
-        QFETCH(QJsonValue, value);
+        const auto [member, value] = fetch<QString, QJsonValue>("member", "value");
 
         QJsonObject object{{"date"_L1, 0}, {"mgPerDl"_L1, 100}, {"isHigh"_L1, false}, {"isLow"_L1, false}};
         object.insert(member, value); // undefined removes it
         const json::Path root("snapshot file"_L1), history = root.member("history"_L1),
                                                    element = history.element(0); // each refers to its parent
-        try {
-            readingFromJson(object, element);
-            QFAIL("decoded");
-        } catch (const DecodingError &error) {
-            QTEST(error.description(), "message");
-        }
+        QTEST(errorOf([&] { readingFromJson(object, element); }), "message");
     }
 
     // The statistics row and the chart's top, from the history as the store keeps it.
     void figures_data()
     {
-        QTest::addColumn<QList<GlucoseReading>>("history");
-        QTest::addColumn<GlucoseUnit>("unit");
-        QTest::addColumn<QString>("average");
-        QTest::addColumn<QString>("inRange");
-        QTest::addColumn<QString>("count");
-        QTest::addColumn<double>("top"); // mg/dL; the bottom is always 40
+        // top: mg/dL; the bottom is always 40
+        columns<QList<GlucoseReading>, GlucoseUnit, QString, QString, QString, double>(
+            "history", "unit", "average", "inRange", "count", "top");
 
         QTest::newRow("empty") << QList<GlucoseReading>() << mg << enDash << enDash << u"0"_s << 220.0;
         QTest::newRow("bounds inclusive")
@@ -222,8 +204,7 @@ private Q_SLOTS:
 
     void figures()
     {
-        QFETCH(QList<GlucoseReading>, history);
-        QFETCH(GlucoseUnit, unit);
+        const auto [history, unit] = fetch<QList<GlucoseReading>, GlucoseUnit>("history", "unit");
         QTEST(averageText(history, unit), "average");
         QTEST(inRangeText(history, {}), "inRange");
         QTEST(readingCountText(history), "count");
@@ -233,9 +214,7 @@ private Q_SLOTS:
 
     void segments_data()
     {
-        QTest::addColumn<QList<GlucoseReading>>("readings");
-        QTest::addColumn<double>("redLine");
-        QTest::addColumn<QList<GlucoseChartSegment>>("expected");
+        columns<QList<GlucoseReading>, double, QList<GlucoseChartSegment>>("readings", "redLine", "expected");
 
         QTest::newRow("empty") << QList<GlucoseReading>() << 70.0 << QList<GlucoseChartSegment>();
         QTest::newRow("72 then 70") << values({72, 70}) << 70.0
@@ -259,15 +238,13 @@ private Q_SLOTS:
 
     void segments()
     {
-        QFETCH(QList<GlucoseReading>, readings);
-        QFETCH(double, redLine);
+        const auto [readings, redLine] = fetch<QList<GlucoseReading>, double>("readings", "redLine");
         QTEST(chartSegments(readings, redLine), "expected");
     }
 
     void relativeTime_data()
     {
-        QTest::addColumn<qint64>("seconds");
-        QTest::addColumn<QString>("text");
+        columns<qint64, QString>("seconds", "text");
 
         QTest::newRow("last second of the first minute") << 59LL << u"59 sec"_s;
         QTest::newRow("a whole minute drops zero seconds") << 60LL << u"1 min"_s;

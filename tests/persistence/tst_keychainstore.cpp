@@ -1,24 +1,18 @@
 #include "PrivateKeyring.h"
 #include "TaskOutcome.h"
+#include "TestSupport.h"
 #include "persistence/KeychainStore.h"
 
-#include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QDBusVirtualObject>
 #include <QDirIterator>
 #include <QElapsedTimer>
-#include <QProcess>
 #include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QStandardPaths>
-#include <QTemporaryDir>
-#include <QTest>
 
-#include <qcoro/qcorotask.h>
 #include <qt6keychain/keychain.h>
 
 #include <cstdio>
-#include <optional>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -27,7 +21,6 @@ using namespace glinta;
 namespace {
 
 const QString secrets = u"org.freedesktop.secrets"_s;
-const QString childService = u"com.nordvik.glinta.librelinkup.test-child"_s;
 
 // One line per outcome, for comparisons and failure messages.
 QString outcome(QCoro::Task<void> task)
@@ -83,9 +76,8 @@ struct SilentSecretService : QDBusVirtualObject
     bool refusing = false;
 };
 
-// The failure paths run in a child on a private bus, because QtKeychain and libsecret choose their bus
-// once per process. It prints one line per step. A job it leaks or deletes too early shows up under the
-// sanitizers as a failed exit.
+// The failure paths, in a child on a private bus (QtKeychain and libsecret pick their bus once per
+// process), a line per step; a job leaked or deleted too early fails its exit under the sanitizers.
 int childMain(const QByteArray &mode)
 {
     const QString account = u"child@example.com"_s;
@@ -97,7 +89,8 @@ int childMain(const QByteArray &mode)
     std::optional<PrivateKeyring> keyring;
     if (!(mode == "locked" ? keyring.emplace().start() : bus.emplace().start()))
         say("setup", u"no private bus"_s);
-    const KeychainStore store(childService, mode == "unresponsive" ? 1s : 5s);
+    const KeychainStore store(u"com.nordvik.glinta.librelinkup.test-child"_s,
+                              mode == "unresponsive" ? 1s : 5s);
     if (mode != "unresponsive") {
         say("save", outcome(store.savePassword(u"child-password"_s, account)));
         if (keyring && !keyring->lock())
@@ -145,8 +138,8 @@ private slots:
                  u"Keychain error: status 7"_s);
     }
 
-    // A leading byte-order mark is kept like any other character.
-    void saveReplacesReadsAndDeletes()
+    // A leading byte-order mark is kept like any other character; what the keyring cannot hold is refused.
+    void savesReadsAndDeletes()
     {
         const KeychainStore store(m_service);
         const QString account = u"someone@example.com"_s;
@@ -162,11 +155,7 @@ private slots:
             QCOMPARE(outcome(store.deletePassword(account)), u"ok"_s); // a missing item
             QCOMPARE(itemCount(m_service, account), 0);
         }
-    }
 
-    void unstorableAndForeignItems()
-    {
-        const KeychainStore store(m_service);
         const QString a = u"a@example.com"_s;
         QCOMPARE(outcome(store.readPassword(a)), u"none"_s);
         QCOMPARE(outcome(store.savePassword(u"password-a"_s, a)), u"ok"_s);
@@ -190,8 +179,8 @@ private slots:
 
     void failures_data()
     {
-        QTest::addColumn<QByteArray>("mode");
-        QTest::addColumn<QStringList>("expected"); // a pattern per line the child prints
+        // expected: a pattern per line the child prints
+        columns<QByteArray, QStringList>("mode", "expected");
 
         const QString noService = u"error: Keychain error: .*org\\.freedesktop\\.secrets.*"_s;
         QTest::newRow("no Secret Service on the bus")
@@ -213,8 +202,7 @@ private slots:
 
     void failures()
     {
-        QFETCH(QByteArray, mode);
-        QFETCH(QStringList, expected);
+        const auto [mode, expected] = fetch<QByteArray, QStringList>("mode", "expected");
         if (QStandardPaths::findExecutable(u"dbus-daemon"_s).isEmpty() ||
             QStandardPaths::findExecutable(u"gnome-keyring-daemon"_s).isEmpty())
             QSKIP("needs dbus-daemon and gnome-keyring-daemon");

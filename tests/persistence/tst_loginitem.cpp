@@ -1,11 +1,5 @@
+#include "TestSupport.h"
 #include "persistence/LoginItem.h"
-
-#include <QDir>
-#include <QFile>
-#include <QTemporaryDir>
-#include <QTest>
-
-#include <optional>
 
 using namespace Qt::StringLiterals;
 using namespace glinta;
@@ -53,8 +47,7 @@ private Q_SLOTS:
 #else
     void registerAndUnregister_data()
     {
-        QTest::addColumn<QString>("program");
-        QTest::addColumn<QString>("exec");
+        columns<QString, QString>("program", "exec");
 
         QTest::newRow("space") << u"/opt/My Apps/glinta"_s << u"\"/opt/My Apps/glinta\""_s;
         // Escaped inside the quotes, and the backslashes once more as any string value's.
@@ -65,8 +58,7 @@ private Q_SLOTS:
 
     void registerAndUnregister()
     {
-        QFETCH(QString, program);
-        QFETCH(QString, exec);
+        const auto [program, exec] = fetch<QString, QString>("program", "exec");
 
         // Missing on purpose: registering makes it.
         const QString autostart = path(u"config/autostart"_s);
@@ -95,11 +87,9 @@ private Q_SLOTS:
 
     void statusReadsTheEntry_data()
     {
-        QTest::addColumn<QByteArray>("contents");
-        QTest::addColumn<LoginItem::Status>("status");
+        columns<QByteArray, LoginItem::Status>("contents", "status");
 
-        const auto enabled = LoginItem::Status::enabled;
-        const auto notRegistered = LoginItem::Status::notRegistered;
+        const auto enabled = LoginItem::Status::enabled, notRegistered = LoginItem::Status::notRegistered;
         QTest::newRow("hidden, spaced") << "[Desktop Entry]\nHidden = true\n"_ba << notRegistered;
         QTest::newRow("GNOME switch off")
             << "[Desktop Entry]\nX-GNOME-Autostart-enabled=false\n"_ba << notRegistered;
@@ -109,26 +99,19 @@ private Q_SLOTS:
 
     void statusReadsTheEntry()
     {
-        QFETCH(QByteArray, contents);
-        QFETCH(LoginItem::Status, status);
+        const auto [contents, status] = fetch<QByteArray, LoginItem::Status>("contents", "status");
 
         LoginItem item(m_temporary->path(), u"/usr/bin/glinta"_s);
         QVERIFY(writeFile(item.filePath(), contents));
         QCOMPARE(item.status(), status);
     }
 
-    // Fails for root too, which ignores permissions; a directory under a file is the settings panel's case
-    // (tests/menubar).
+    // Fails for root too, which ignores permissions; a directory under a file is tst_panel's case.
     void entryNameTakenByADirectory()
     {
         LoginItem item(m_temporary->path(), u"/usr/bin/glinta"_s);
         QVERIFY(QDir().mkpath(item.filePath()));
-        try {
-            item.registerItem();
-            QFAIL("registering succeeded");
-        } catch (const LoginItemError &error) {
-            QCOMPARE(error.description(), u"Filename refers to a directory"_s);
-        }
+        QCOMPARE(errorOf([&] { item.registerItem(); }), u"Filename refers to a directory"_s);
         QCOMPARE(item.status(), LoginItem::Status::notRegistered);
     }
 #endif

@@ -1,18 +1,13 @@
 #include "LogCapture.h"
+#include "TestSupport.h"
 #include "snapshot/GlucoseSnapshot.h"
 #include "snapshot/SharedSnapshotStore.h"
 #include "support/DecodingError.h"
 
-#include <QCoreApplication>
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSet>
 #include <QStandardPaths>
-#include <QTemporaryDir>
-#include <QTest>
 
 #include <cerrno>
 #include <cstdio>
@@ -73,17 +68,6 @@ QStringList readLog(const Store &store)
     const LogCapture log;
     const bool found = store.read().has_value();
     return log.lines(u"GlucoseStore"_s) + (found ? QStringList{u"read a snapshot"_s} : QStringList());
-}
-
-// The description of what `call` threw, or "ok" when it threw nothing.
-template <typename Call> QString errorOf(Call call)
-{
-    try {
-        call();
-    } catch (const Error &error) {
-        return error.description();
-    }
-    return u"ok"_s;
 }
 
 // A line at a time, so that a crash cannot take back what was said before it.
@@ -208,8 +192,8 @@ private Q_SLOTS:
 
     void readUndecodable_data()
     {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<QString>("problem"); // a pattern
+        // problem: a pattern
+        columns<QByteArray, QString>("bytes", "problem");
         const QByteArray good = encodeSnapshot(sized(4, 1));
         QTest::newRow("truncated") << good.chopped(1) << u"is not valid JSON \\(.+\\)\\."_s;
         // Valid JSON, so only the cap stops it.
@@ -219,8 +203,7 @@ private Q_SLOTS:
 
     void readUndecodable()
     {
-        QFETCH(QByteArray, bytes);
-        QFETCH(QString, problem);
+        const auto [bytes, problem] = fetch<QByteArray, QString>("bytes", "problem");
         QTemporaryDir temporary;
         const Store store(temporary.path());
         putFile(store.fileURL(), bytes);
@@ -252,8 +235,7 @@ private Q_SLOTS:
                  QStringList{u"critical: Could not read the widget snapshot: "_s + unavailable});
     }
 
-    // Another reader, as the widget is, reads in a tight loop while the file is replaced: it must only ever
-    // find a whole snapshot, never no file or bytes that do not decode.
+    // A reader looping while the file is replaced (as the widget does) only ever finds a whole snapshot.
     void readerNeverSeesPartialFile()
     {
         QTemporaryDir temporary;
@@ -286,8 +268,7 @@ private Q_SLOTS:
         QVERIFY2(bad == 0 && good >= 200 && versions.size() >= 20,
                  qPrintable(u"good %1, bad %2, versions %3"_s.arg(good).arg(bad).arg(versions.size())));
     }
-    // The previous snapshot stays whole, no temporary file is left behind, and once there is room again
-    // the next write goes through. A read-only directory is the fault drills' case.
+    // The previous snapshot stays whole, no temporary file is left, and with room again the next write works.
     void fullDisk()
     {
         const QString unshare = QStandardPaths::findExecutable(u"unshare"_s);
@@ -316,10 +297,8 @@ private Q_SLOTS:
             }
             reasons += u"unshare "_s + options.join(u' ') + u": "_s + output.section(u'\n', -1);
         }
-        QSKIP(
-            qPrintable(u"No private mount namespace with a tmpfs can be made here, so a full disk cannot be "
-                       u"staged ("_s +
-                       reasons.join(u"; "_s) + u")"_s));
+        QSKIP(qPrintable(u"No private mount namespace with a tmpfs to fill here ("_s + reasons.join(u"; "_s) +
+                         u')'));
     }
 };
 

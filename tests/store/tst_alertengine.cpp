@@ -1,3 +1,4 @@
+#include "TestSupport.h"
 #include "snapshot/GlucoseSnapshot.h"
 #include "store/AlertEngine.h"
 #include "store/AlertMonitor.h"
@@ -6,8 +7,6 @@
 
 #include <QRegularExpression>
 #include <QSignalSpy>
-#include <QTemporaryDir>
-#include <QTest>
 #include <QTimeZone>
 
 using namespace Qt::StringLiterals;
@@ -21,47 +20,39 @@ class TestAlertEngine : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    // Each script is a run of looks at the engine, "|" between them: the minute, "@" the minute the newest
-    // reading was taken when not then, "=" its value and "↓"/"↘" its trend, or "!" for a blind loop and no
-    // reading; then what the engine says.
+    // A script is looks at the engine, "|" between: the minute, "@" the reading's minute if not then, "=" its
+    // value and "↓"/"↘" its trend, or "!" for a blind loop with no reading; then what the engine says.
     void evaluate_data()
     {
-        QTest::addColumn<QString>("script");
-        QTest::addColumn<AlertSettings>("settings");
-        QTest::addColumn<int>("snoozeLowUntil"); // minute; negative: no snooze
+        // snoozeLowUntil: minute; negative: no snooze
+        columns<QString, AlertSettings, int>("script", "settings", "snoozeLowUntil");
 
-        const AlertSettings defaults;
-        const AlertSettings ownRange{{80, 250}, {}, {}};
-        const AlertSettings fast{{}, {}, {{AlertKind::fallingFast, true}, {AlertKind::urgentLow, false}}};
-        // No sooner than the repeat interval, across episodes too, and once a reading at most; a reading
-        // back at the line ends it.
-        QTest::newRow("low")
-            << u"0=69.9 +low | 5=62 | 15@5=62 +low | 20=62 | 25=70 -low | 28=62 | 30=62 +low"_s << defaults
-            << -1;
-        QTest::newRow("urgent low speaks for low")
-            << u"0=54.9 +urgentLow | 3=50 | 5=50 +urgentLow | 10@5=50 | 12=55 -urgentLow +low"_s << defaults
-            << -1;
+        const auto row = [](const char *name, const QString &script, const AlertSettings &settings = {},
+                            int snoozeLowUntil = -1) {
+            QTest::newRow(name) << script << settings << snoozeLowUntil;
+        };
+        // Not before the repeat interval, even across episodes, once a reading at most; the line ends it.
+        row("low", u"0=69.9 +low | 5=62 | 15@5=62 +low | 20=62 | 25=70 -low | 28=62 | 30=62 +low"_s);
+        row("urgent low speaks for low",
+            u"0=54.9 +urgentLow | 3=50 | 5=50 +urgentLow | 10@5=50 | 12=55 -urgentLow +low"_s);
         AlertSettings mmol;
         mmol.unit = GlucoseUnit::mmolPerL;
-        QTest::newRow("urgent line at 3.0 mmol/L") << u"0=54.1 +low | 5=54 +urgentLow -low"_s << mmol << -1;
-        QTest::newRow("fast trend once an episode; low below the urgent line when urgent is off")
-            << u"0=40↓ +low +fallingFast | 5=40↓ | 10=40↘ -fallingFast | 15=40↓ +low +fallingFast"_s << fast
-            << -1;
-        QTest::newRow("own range") << u"0=75 +low | 5=180.5 -low | 10=250.5 +high | 70=251 +high"_s
-                                   << ownRange << -1;
-        QTest::newRow("snoozed") << u"0=62 | 15=62 | 20=62 +low"_s << defaults << 20;
+        row("urgent line at 3.0 mmol/L", u"0=54.1 +low | 5=54 +urgentLow -low"_s, mmol);
+        row("fast trend once an episode; low below the urgent line when urgent is off",
+            u"0=40↓ +low +fallingFast | 5=40↓ | 10=40↘ -fallingFast | 15=40↓ +low +fallingFast"_s,
+            {{}, {}, {{AlertKind::fallingFast, true}, {AlertKind::urgentLow, false}}});
+        row("own range", u"0=75 +low | 5=180.5 -low | 10=250.5 +high | 70=251 +high"_s, {{80, 250}, {}, {}});
+        row("snoozed", u"0=62 | 15=62 | 20=62 +low"_s, {}, 20);
         // A stale reading raises nothing but this, every half hour until a reading comes.
-        QTest::newRow("no readings")
-            << u"20@0=40 | 21@0=40 +noReadings | 50@0=40 | 51@0=40 +noReadings | 52=100 -noReadings"_s
-            << defaults << -1;
-        QTest::newRow("signed out") << u"0! +signedOut | 60! | 61=100 -signedOut"_s << defaults << -1;
+        row("no readings",
+            u"20@0=40 | 21@0=40 +noReadings | 50@0=40 | 51@0=40 +noReadings | 52=100 -noReadings"_s);
+        row("signed out", u"0! +signedOut | 60! | 61=100 -signedOut"_s);
     }
 
     void evaluate()
     {
-        QFETCH(QString, script);
-        QFETCH(AlertSettings, settings);
-        QFETCH(int, snoozeLowUntil);
+        const auto [script, settings, snoozeLowUntil] =
+            fetch<QString, AlertSettings, int>("script", "settings", "snoozeLowUntil");
 
         const QDateTime start(QDate(2024, 1, 15), QTime(10, 0), QTimeZone::utc());
         const auto at = [&start](const QString &minute) { return start.addSecs(minute.toInt() * 60); };
@@ -93,8 +84,7 @@ private Q_SLOTS:
         }
     }
 
-    // What alerts remember outlives the program: a restart in the middle of a low does not alert again
-    // before its interval, a snooze closes it, and unreadable memory starts afresh.
+    // Alert memory outlives a restart: no repeat before its interval, a snooze closes it, bad memory resets.
     void monitorRemembers()
     {
         const QTemporaryDir dir;
@@ -137,13 +127,9 @@ private Q_SLOTS:
     // What the notification and the panel say.
     void texts_data()
     {
-        QTest::addColumn<AlertKind>("kind");
-        QTest::addColumn<GlucoseUnit>("unit");
-        QTest::addColumn<double>("value"); // negative: no reading
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<int>("ageSeconds");
-        QTest::addColumn<QString>("title");
-        QTest::addColumn<QString>("body");
+        // value: negative: no reading
+        columns<AlertKind, GlucoseUnit, double, QString, int, QString, QString>(
+            "kind", "unit", "value", "name", "ageSeconds", "title", "body");
 
         const auto mg = GlucoseUnit::mgPerDl;
         QTest::newRow("low") << AlertKind::low << mg << 62.0 << u"Ann Lee"_s << 150 << u"Low: 62 ↘"_s
@@ -162,11 +148,9 @@ private Q_SLOTS:
 
     void texts()
     {
-        QFETCH(AlertKind, kind);
-        QFETCH(GlucoseUnit, unit);
-        QFETCH(double, value);
-        QFETCH(QString, name);
-        QFETCH(int, ageSeconds);
+        const auto [kind, unit, value, name, ageSeconds] =
+            fetch<AlertKind, GlucoseUnit, double, QString, int>("kind", "unit", "value", "name",
+                                                                "ageSeconds");
 
         const QDateTime now = QDateTime::currentDateTimeUtc();
         std::optional<GlucoseReading> latest;

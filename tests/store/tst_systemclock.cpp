@@ -110,8 +110,7 @@ private Q_SLOTS:
         QTRY_COMPARE(first.order.size(), 1);
     }
 
-    // Side by side: each sleep ends on time and never synchronously, a cancelled one at once, and none
-    // leaves a descriptor open.
+    // Side by side: on time, never synchronously, a cancelled one at once, and no descriptor left open.
     void sleeps()
     {
         const qsizetype before = openDescriptors();
@@ -137,26 +136,19 @@ private Q_SLOTS:
         }
         QCOMPARE(openDescriptors(), before);
         // Without timerfds, hundreds of sleeps later, the fallback has been logged exactly once.
-        const auto lines = m_log->inCategory(u"com.nordvik.glinta.GlucoseStore"_s);
+        const QStringList lines = m_log->lines(u"GlucoseStore"_s);
         QCOMPARE(lines.size(), m_denied ? 1 : 0);
-        QVERIFY(lines.isEmpty() || lines.first().type == QtInfoMsg);
+        QVERIFY(lines.isEmpty() || lines.first().startsWith(u"info: "_s));
     }
 
 #ifndef GLINTA_PORTABLE
     // The test above once more, in a child whose kernel refuses timerfds.
     void withoutTimerfd()
     {
-        if (m_denied)
-            return;
-        QProcess child;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"GLINTA_TEST_DENY_TIMERFD"_s, u"1"_s);
-        child.setProcessEnvironment(environment);
-        child.setProcessChannelMode(QProcess::ForwardedChannels);
-        child.start(QCoreApplication::applicationFilePath(), {u"sleeps"_s});
-        QVERIFY(child.waitForFinished(60'000));
-        QCOMPARE(child.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(child.exitCode(), 0);
+        qputenv("GLINTA_TEST_DENY_TIMERFD", "1");
+        const int status = QProcess::execute(QCoreApplication::applicationFilePath(), {u"sleeps"_s});
+        qunsetenv("GLINTA_TEST_DENY_TIMERFD");
+        QCOMPARE(status, 0);
     }
 #endif
 };

@@ -1,16 +1,15 @@
 #include "LogCapture.h"
 #include "ManualClock.h"
+#include "TestSupport.h"
 #include "store/Preferences.h"
+#include "update/AppcastItem.h"
 #include "update/AppcastUpdater.h"
 
-#include <QFile>
 #include <QHttpServer>
 #include <QHttpServerResponse>
 #include <QNetworkAccessManager>
 #include <QSignalSpy>
 #include <QTcpServer>
-#include <QTemporaryDir>
-#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -18,6 +17,19 @@ using namespace glinta;
 using std::chrono::milliseconds;
 
 namespace {
+
+// Three items in an order that is not the versions' order.
+QByteArray fixtureFeed()
+{
+    QFile file(QStringLiteral(GLINTA_TEST_DATA_DIR) + u"/appcast.xml"_s);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QByteArray feedWithItems(const QByteArray &items)
+{
+    return "<rss xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\"><channel>" + items +
+           "</channel></rss>";
+}
 
 // Records what the updater shows, a line each, and holds the reply to the last update it offered.
 class RecordingDriver : public UserDriver
@@ -77,10 +89,9 @@ class TestAppcastUpdater : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        QFile feed(QStringLiteral(GLINTA_TEST_DATA_DIR) + u"/appcast.xml"_s);
-        QVERIFY(feed.open(QIODevice::ReadOnly));
-        m_server.route(u"/appcast.xml"_s,
-                       [xml = feed.readAll()] { return QHttpServerResponse("application/rss+xml", xml); });
+        const QByteArray xml = fixtureFeed();
+        QVERIFY(!xml.isEmpty());
+        m_server.route(u"/appcast.xml"_s, [xml] { return QHttpServerResponse("application/rss+xml", xml); });
         m_server.route(u"/moved"_s, [] {
             QHttpServerResponse response(QHttpServerResponse::StatusCode::Found);
             response.setHeader("Location", "/appcast.xml");
@@ -100,17 +111,15 @@ private Q_SLOTS:
         m_dir = std::make_unique<QTemporaryDir>();
         m_preferences =
             std::make_unique<Preferences>(std::make_unique<QSettings>(settingsPath(), QSettings::IniFormat));
-        m_clock = std::make_unique<ManualClock>(ManualClock::Mode::manual);
+        m_clock = std::make_unique<ManualClock>();
         m_network = std::make_unique<QNetworkAccessManager>();
         m_driver = RecordingDriver();
     }
 
     void userCheck_data()
     {
-        QTest::addColumn<QString>("where");
-        QTest::addColumn<QString>("running");
-        QTest::addColumn<QString>("shown");
-        QTest::addColumn<UpdateChoice>("choice"); // the user's answer to an offer
+        // choice: the user's answer to an offer
+        columns<QString, QString, QString, UpdateChoice>("where", "running", "shown", "choice");
 
         const QString failed = u"Glinta could not check for updates: the update "_s;
         const UpdateChoice later = UpdateChoice::remindLater;
@@ -130,10 +139,8 @@ private Q_SLOTS:
 
     void userCheck()
     {
-        QFETCH(QString, where);
-        QFETCH(QString, running);
-        QFETCH(QString, shown);
-        QFETCH(UpdateChoice, choice);
+        const auto [where, running, shown, choice] =
+            fetch<QString, QString, QString, UpdateChoice>("where", "running", "shown", "choice");
         auto updater = makeUpdater(address(where), running);
         QSignalSpy canCheckChanged(updater.get(), &Updater::canCheckForUpdatesChanged);
         QSignalSpy install(updater.get(), &AppcastUpdater::installRequested);
@@ -161,8 +168,7 @@ private Q_SLOTS:
     void firstScheduledCheck_data()
     {
         // As stored; null: never. The clock reads 2024-01-15 10:00 UTC.
-        QTest::addColumn<QString>("lastCheck");
-        QTest::addColumn<milliseconds>("firstDelay");
+        columns<QString, milliseconds>("lastCheck", "firstDelay");
 
         const milliseconds soon = 1min;
         QTest::newRow("never checked") << QString() << soon;
@@ -175,8 +181,7 @@ private Q_SLOTS:
 
     void firstScheduledCheck()
     {
-        QFETCH(QString, lastCheck);
-        QFETCH(milliseconds, firstDelay);
+        const auto [lastCheck, firstDelay] = fetch<QString, milliseconds>("lastCheck", "firstDelay");
         if (!lastCheck.isNull())
             QSettings(settingsPath(), QSettings::IniFormat).setValue(u"SULastCheckTime"_s, lastCheck);
         auto updater = makeUpdater(address(u"/appcast.xml"_s));
@@ -187,9 +192,7 @@ private Q_SLOTS:
 
     void scheduledCheck_data()
     {
-        QTest::addColumn<QString>("where");
-        QTest::addColumn<QString>("skipped");
-        QTest::addColumn<bool>("offered");
+        columns<QString, QString, bool>("where", "skipped", "offered");
 
         QTest::newRow("older version skipped") << u"/appcast.xml"_s << u"1.3.5"_s << true;
         QTest::newRow("this version skipped") << u"/appcast.xml"_s << u"1.3.6"_s << false;
@@ -198,9 +201,7 @@ private Q_SLOTS:
 
     void scheduledCheck()
     {
-        QFETCH(QString, where);
-        QFETCH(QString, skipped);
-        QFETCH(bool, offered);
+        const auto [where, skipped, offered] = fetch<QString, QString, bool>("where", "skipped", "offered");
         if (!skipped.isEmpty())
             m_preferences->setSkippedVersion(skipped);
         LogCapture log;
@@ -234,24 +235,17 @@ private Q_SLOTS:
         }
     }
 
-    void noFeed_data()
-    {
-        QTest::addColumn<QUrl>("feed");
-
-        QTest::newRow("empty") << QUrl();
-        QTest::newRow("not the web") << QUrl(u"ftp://127.0.0.1/appcast.xml"_s);
-        QTest::newRow("no host") << QUrl(u"https:///appcast.xml"_s);
-    }
-
+    // No feed, or one that is no web address: nothing to check, nothing scheduled.
     void noFeed()
     {
-        QFETCH(QUrl, feed);
-        auto updater = makeUpdater(feed);
-        QVERIFY(!updater->canCheckForUpdates());
-        updater->checkForUpdates();
-        updater->start();
+        for (const QString &feed : {QString(), u"ftp://127.0.0.1/appcast.xml"_s, u"https:///appcast.xml"_s}) {
+            auto updater = makeUpdater(QUrl(feed));
+            QVERIFY2(!updater->canCheckForUpdates(), qPrintable(feed));
+            updater->checkForUpdates();
+            updater->start();
+        }
         QCOMPARE(m_driver.checkingShown, 0);
-        QCOMPARE(m_clock->sleepCount(), 0);
+        QVERIFY(m_clock->sleepDurations().isEmpty());
     }
 
     // Destroyed during a check, or before the user answers: nothing is shown or written afterwards.
@@ -271,6 +265,105 @@ private Q_SLOTS:
         updater.reset();
         m_driver.reply(UpdateChoice::skip);
         QVERIFY(!m_preferences->skippedVersion());
+    }
+
+    void parsesFeed()
+    {
+        const QList<AppcastItem> expected{
+            {u"Glinta 1.3.4"_s, u"1.3.4"_s, u"1.3.4 (winter)"_s,
+             QUrl(u"https://glinta.example.com/download/1.3.4"_s),
+             u"<ul><li>Update alerts no longer open behind other windows.</li></ul>"_s, QUrl()},
+            // Versions from the enclosure, no link of its own, an atom:link that is not the item's link.
+            {u"Glinta 1.3.6"_s, u"1.3.6"_s, u"1.3.6 (spring)"_s,
+             QUrl(u"https://glinta.example.com/files/Glinta-1.3.6.zip"_s), QString(),
+             QUrl(u"https://glinta.example.com/notes/1.3.6.html"_s)},
+            // The element outranks the enclosure's attribute; the build number stands in for the short one.
+            {u"Glinta 1.3.5"_s, u"1.3.5"_s, u"1.3.5"_s, QUrl(u"https://glinta.example.com/download/1.3.5"_s),
+             u"Chart fixes."_s, QUrl()},
+        };
+        QCOMPARE(parseAppcast(fixtureFeed()), expected);
+    }
+
+    void rejectsWhatIsNoAppcast_data()
+    {
+        // problem: after "not a valid appcast: "; ends in "…": a prefix
+        columns<QByteArray, QString>("feed", "problem");
+
+        QTest::newRow("empty") << " \n"_ba << u"it is empty."_s;
+        QTest::newRow("tags mismatched")
+            << "<rss><channel><item></channel></rss>"_ba
+            << u"it is not well-formed XML (line 1, column 30: Opening and ending tag mismatch)."_s;
+        QTest::newRow("garbage after the feed")
+            << feedWithItems({}) + "<rss/>" << u"it is not well-formed XML (line 1, column…"_s;
+        // Not well-formed either, as most are.
+        QTest::newRow("web page")
+            << "<!DOCTYPE html><html><head><title>Parked</title></head><p>Parked.<br>"_ba
+            << u"it is a web page, not an RSS feed."_s;
+        QTest::newRow("atom feed") << "<feed xmlns=\"http://www.w3.org/2005/Atom\"/>"_ba
+                                   << u"its root element is <feed>, not <rss>."_s;
+        QTest::newRow("no channel") << "<rss version=\"2.0\"><item/></rss>"_ba << u"it has no channel."_s;
+        QTest::newRow("item without version")
+            << feedWithItems(
+                   "<item><sparkle:version>1.3.4</sparkle:version></item>"
+                   "<item><title>Glinta 1.3.6</title><enclosure url=\"https://x.example/g.zip\"/></item>")
+            << u"item 2 (\u201CGlinta 1.3.6\u201D) has no version."_s;
+        QTest::newRow("untitled item, blank version")
+            << feedWithItems("<item><sparkle:version> </sparkle:version></item>")
+            << u"item 1 has no version."_s;
+        QTest::newRow("over 4 MiB") << feedWithItems(QByteArray(maximumAppcastSize, ' '))
+                                    << u"it is larger than 4 MiB."_s;
+    }
+
+    void rejectsWhatIsNoAppcast()
+    {
+        const auto [feed, problem] = fetch<QByteArray, QString>("feed", "problem");
+
+        const QString expected = u"The update feed is not a valid appcast: "_s + problem;
+        const QString error = errorOf([&] { parseAppcast(feed); });
+        QCOMPARE(expected.endsWith(u'…') ? error.left(expected.size() - 1) + u'…' : error, expected);
+    }
+
+    void comparesVersions_data()
+    {
+        // order: of a against b
+        columns<QString, QString, int>("a", "b", "order");
+
+        QTest::newRow("numbers, not text") << u"9"_s << u"10"_s << -1;
+        QTest::newRow("one more part") << u"1.3"_s << u"1.3.1"_s << -1;
+        QTest::newRow("equal") << u"1.3.5"_s << u"1.3.5"_s << 0;
+        QTest::newRow("alpha before release") << u"1.0a1"_s << u"1.0"_s << -1;
+        QTest::newRow("beta 2 after beta 1") << u"1.0b2"_s << u"1.0b1"_s << 1;
+        QTest::newRow("beta before a patch") << u"1.0b1"_s << u"1.0.1"_s << -1;
+        QTest::newRow("leading zeros") << u"1.05"_s << u"1.5"_s << 0;
+        QTest::newRow("past 64 bits") << u"100000000000000000000"_s << u"99999999999999999999"_s << 1;
+        QTest::newRow("nothing before anything") << u""_s << u"1"_s << -1;
+    }
+
+    void comparesVersions()
+    {
+        const auto [a, b, order] = fetch<QString, QString, int>("a", "b", "order");
+
+        QCOMPARE(compareVersions(a, b), order);
+        QCOMPARE(compareVersions(b, a), -order);
+    }
+
+    void findsNewestUpdate_data()
+    {
+        // offered: empty: none
+        columns<QString, QString>("running", "offered");
+
+        // The first newer item in feed order is 1.3.4; the newest is in the middle.
+        QTest::newRow("several behind") << u"1.3.3"_s << u"1.3.6"_s;
+        QTest::newRow("up to date") << u"1.3.6"_s << QString();
+        QTest::newRow("no build number") << u""_s << u"1.3.6"_s;
+    }
+
+    void findsNewestUpdate()
+    {
+        const auto [running, offered] = fetch<QString, QString>("running", "offered");
+
+        const std::optional<AppcastItem> update = newestUpdate(parseAppcast(fixtureFeed()), running);
+        QCOMPARE(update ? update->version : QString(), offered);
     }
 };
 

@@ -1,10 +1,10 @@
-// The desktop widget program: its face, its window on the desktop, and the status-bar line, all drawn from
-// the entries its timeline says.
+// The desktop widget program: its face, its window and the status-bar line, drawn from its timeline.
 #include "ManualClock.h"
+#include "TestSupport.h"
+#include "ViewLookup.h"
 #include "snapshot/SharedSnapshotStore.h"
 #include "snapshot/WidgetReloadListener.h"
 #include "snapshot/WidgetReloader.h"
-#include "uikit/SystemStyle.h"
 #include "widget/DesktopWidgetWindow.h"
 #include "widget/GlucoseWidgetView.h"
 #include "widget/StatusLine.h"
@@ -14,13 +14,8 @@
 #include <QAction>
 #include <QBuffer>
 #include <QDBusConnection>
-#include <QImage>
-#include <QLabel>
-#include <QLayout>
 #include <QMenu>
 #include <QSettings>
-#include <QTemporaryDir>
-#include <QTest>
 #include <QTimeZone>
 
 using namespace Qt::StringLiterals;
@@ -32,12 +27,11 @@ namespace {
 using OptionalFamily = std::optional<WidgetFamily>;
 
 const QDateTime taken(QDate(2024, 1, 15), QTime(10, 0), QTimeZone::utc());
-const auto small = WidgetFamily::systemSmall;
-const auto medium = WidgetFamily::systemMedium;
-const auto large = WidgetFamily::systemLarge;
+const auto small = WidgetFamily::systemSmall, medium = WidgetFamily::systemMedium,
+           large = WidgetFamily::systemLarge;
 
-GlucoseReading reading(double mgPerDl, bool isLow = false, bool isHigh = false,
-                       std::optional<TrendArrow> trend = {})
+GlucoseReading reading(double mgPerDl, std::optional<TrendArrow> trend = {}, bool isHigh = false,
+                       bool isLow = false)
 {
     return {taken, mgPerDl, trend, isHigh, isLow};
 }
@@ -63,30 +57,15 @@ GlucoseEntry entry(std::optional<GlucoseSnapshot> published, qint64 msAfterReadi
     return {taken.addMSecs(msAfterReading), std::move(published)};
 }
 
-QString text(const QWidget &view, const QString &name)
-{
-    const auto *label = view.findChild<QLabel *>(name);
-    return label ? label->text() : u"<missing>"_s;
-}
-
-// An entry whose newest reading is `age` seconds old at the moment it is shown.
-GlucoseEntry entryWith(double mgPerDl, std::optional<TrendArrow> trend, double age, bool isHigh = false,
-                       bool isLow = false, GlucoseUnit unit = GlucoseUnit::mgPerDl, double targetLow = 70)
-{
-    const GlucoseReading latest{taken.addMSecs(qint64(-age * 1000)), mgPerDl, trend, isHigh, isLow};
-    return {taken, GlucoseSnapshot{latest, {latest}, unit, u"Ana"_s, {targetLow, 180}, taken, std::nullopt}};
-}
-
-// A reading 850 s old when a timeline's clock starts (at `taken`): fresh then, stale after the first
-// minute tick.
-const GlucoseSnapshot published = snapshot({taken.addSecs(-850), 124, TrendArrow::rising, false, false});
+// 850 s old when a timeline's clock starts (at `taken`): fresh then, stale after the first minute tick.
+const GlucoseSnapshot published = snapshot({taken.addSecs(-850), 124, TrendArrow::rising});
 
 // One provider over a private container, recording every entry it says.
 struct Timeline
 {
     QTemporaryDir container;
     SharedSnapshotStore store{container.path()};
-    ManualClock clock{ManualClock::Mode::manual};
+    ManualClock clock;
     std::unique_ptr<TimelineProvider> provider = std::make_unique<TimelineProvider>(&store, &clock);
     QList<GlucoseEntry> entries;
 
@@ -107,8 +86,7 @@ private Q_SLOTS:
     // A cancelled sleep ends on the next event-loop turn; without one the last test's task would leak.
     void cleanup() { QCoreApplication::sendPostedEvents(); }
 
-    // Blank at start: published while the widget was not listening, no reload comes and the minute tick
-    // finds it. A reload reads at once (a sign-out here; new data over the session bus below).
+    // Blank at start, the minute tick finds what was published meanwhile; a reload reads at once.
     void blankLooksAgainAndReloadReadsAtOnce()
     {
         Timeline timeline;
@@ -127,6 +105,13 @@ private Q_SLOTS:
         QCOMPARE(timeline.entries.size(), 3);
         QCOMPARE(timeline.entries[2].date, taken.addSecs(67));
         QVERIFY(!timeline.entries[2].snapshot);
+
+        // Gone, it leaves no sleep behind to tick on.
+        timeline.provider.reset();
+        QCOMPARE(timeline.clock.pendingSleeps(), 0);
+        timeline.clock.advance(60s);
+        QTest::qWait(10);
+        QCOMPARE(timeline.entries.size(), 3);
     }
 
     // An entry a minute, so the stale mark comes on time without new data; the file is read again within a
@@ -150,17 +135,6 @@ private Q_SLOTS:
         QVERIFY(!timeline.entries.last().snapshot);
     }
 
-    void destroyedWhileWaiting()
-    {
-        Timeline timeline;
-        timeline.provider->start();
-        timeline.provider.reset();
-        QCOMPARE(timeline.clock.pendingSleeps(), 0);
-        timeline.clock.advance(60s);
-        QTest::qWait(10);
-        QCOMPARE(timeline.entries.size(), 1);
-    }
-
     void reloadSignalOverTheSessionBus()
     {
         if (!QDBusConnection::sessionBus().isConnected())
@@ -179,37 +153,36 @@ private Q_SLOTS:
 
     void lines_data()
     {
-        QTest::addColumn<GlucoseEntry>("entry");
-        QTest::addColumn<QString>("plain");
-        QTest::addColumn<QString>("classes");
-        QTest::addColumn<QString>("tooltip");
+        columns<GlucoseEntry, QString, QString, QString>("entry", "plain", "classes", "tooltip");
         const auto steady = TrendArrow::steady;
-        QTest::newRow("low by the service's flag") << entryWith(110, steady, 60, false, true) << u"110 →"_s
-                                                   << u"low"_s << u"Glucose 110 mg/dL, steady"_s;
+        QTest::newRow("low by the service's flag")
+            << entry(snapshot(reading(110, steady, false, true))) << u"110 →"_s << u"low"_s
+            << u"Glucose 110 mg/dL, steady"_s;
         QTest::newRow("low by the snapshot's own range")
-            << entryWith(75, std::nullopt, 60, false, false, GlucoseUnit::mgPerDl, 80) << u"75"_s << u"low"_s
+            << entry(snapshot(reading(75), {}, GlucoseUnit::mgPerDl, 80)) << u"75"_s << u"low"_s
             << u"Glucose 75 mg/dL"_s;
         QTest::newRow("high by the service's flag")
-            << entryWith(150, TrendArrow::risingQuickly, 60, true) << u"150 ↑"_s << u"high"_s
+            << entry(snapshot(reading(150, TrendArrow::risingQuickly, true))) << u"150 ↑"_s << u"high"_s
             << u"Glucose 150 mg/dL, rising quickly"_s;
         QTest::newRow("high by value")
-            << entryWith(181, std::nullopt, 60) << u"181"_s << u"high"_s << u"Glucose 181 mg/dL"_s;
-        QTest::newRow("in range at 70")
-            << entryWith(70, steady, 60) << u"70 →"_s << u"in-range"_s << u"Glucose 70 mg/dL, steady"_s;
-        QTest::newRow("in range at 180, 900 s old") << entryWith(180, TrendArrow::rising, 900) << u"180 ↗"_s
-                                                    << u"in-range"_s << u"Glucose 180 mg/dL, rising"_s;
-        QTest::newRow("in range, mmol/L") << entryWith(100, steady, 60, false, false, GlucoseUnit::mmolPerL)
+            << entry(snapshot(reading(181))) << u"181"_s << u"high"_s << u"Glucose 181 mg/dL"_s;
+        QTest::newRow("in range at 70") << entry(snapshot(reading(70, steady))) << u"70 →"_s << u"in-range"_s
+                                        << u"Glucose 70 mg/dL, steady"_s;
+        QTest::newRow("in range at 180, 900 s old")
+            << entry(snapshot(reading(180, TrendArrow::rising)), 900'000) << u"180 ↗"_s << u"in-range"_s
+            << u"Glucose 180 mg/dL, rising"_s;
+        QTest::newRow("in range, mmol/L") << entry(snapshot(reading(100, steady), {}, GlucoseUnit::mmolPerL))
                                           << u"5.5 →"_s << u"in-range"_s << u"Glucose 5.5 mmol/L, steady"_s;
         QTest::newRow("stale and in range")
-            << entryWith(124, steady, 900.001) << u"124 → \u26A0\uFE0E"_s << u"in-range\",\"stale"_s
-            << u"Glucose 124 mg/dL, steady, data is stale"_s;
-        GlucoseEntry alerting = entryWith(62, steady, 60);
+            << entry(snapshot(reading(124, steady)), 900'001) << u"124 → \u26A0\uFE0E"_s
+            << u"in-range\",\"stale"_s << u"Glucose 124 mg/dL, steady, data is stale"_s;
+        GlucoseEntry alerting = entry(snapshot(reading(62, steady)));
         alerting.snapshot->alert = AlertKind::low;
         QTest::newRow("alert") << alerting << u"62 →"_s << u"low\",\"alert"_s
                                << u"Low: 62 →\\nGlucose 62 mg/dL, steady"_s;
         QTest::newRow("no snapshot") << GlucoseEntry{taken, std::nullopt} << u"–"_s << u"none"_s
                                      << u"Glinta: no glucose data"_s;
-        GlucoseEntry withoutLatest = entryWith(124, std::nullopt, 60);
+        GlucoseEntry withoutLatest = entry(snapshot(reading(124)));
         withoutLatest.snapshot->latest.reset();
         QTest::newRow("snapshot without a reading")
             << withoutLatest << u"–"_s << u"none"_s << u"Glinta: no glucose data"_s;
@@ -217,10 +190,8 @@ private Q_SLOTS:
 
     void lines()
     {
-        QFETCH(GlucoseEntry, entry);
-        QFETCH(QString, plain);
-        QFETCH(QString, classes);
-        QFETCH(QString, tooltip);
+        const auto [entry, plain, classes, tooltip] =
+            fetch<GlucoseEntry, QString, QString, QString>("entry", "plain", "classes", "tooltip");
         QCOMPARE(statusLine(entry, StatusLineFormat::plain), plain);
         QCOMPARE(statusLine(entry, StatusLineFormat::waybar),
                  uR"({"class":["%1"],"text":"%2","tooltip":"%3"})"_s.arg(classes, plain, tooltip));
@@ -231,24 +202,21 @@ private Q_SLOTS:
         QBuffer output;
         QVERIFY(output.open(QIODevice::WriteOnly));
         StatusLinePrinter printer(&output, StatusLineFormat::plain);
-        const auto at = [](GlucoseEntry entry, int seconds) {
-            entry.date = entry.date.addSecs(seconds);
-            return entry;
+        const auto at = [](double mgPerDl, qint64 seconds) {
+            return entry(snapshot(reading(mgPerDl)), seconds * 1000);
         };
-        const GlucoseEntry first = entryWith(124, TrendArrow::steady, 60);
-        printer.show(first);
-        printer.show(at(first, 10));                                 // a reload with nothing new
-        printer.show(at(entryWith(130, TrendArrow::rising, 0), 20)); // new data
-        printer.show(at(entryWith(130, TrendArrow::rising, 0), 79)); // the minute tick after it
-        printer.show(at(GlucoseEntry{taken, std::nullopt}, 85));     // signed out
-        QCOMPARE(QString::fromUtf8(output.data()), u"124 →\n130 ↗\n130 ↗\n–\n"_s);
+        printer.show(at(124, 60));
+        printer.show(at(124, 70));                                    // a reload with nothing new
+        printer.show(at(130, 80));                                    // new data
+        printer.show(at(130, 139));                                   // the minute tick after it
+        printer.show(GlucoseEntry{taken.addSecs(145), std::nullopt}); // signed out
+        QCOMPARE(QString::fromUtf8(output.data()), u"124\n130\n130\n–\n"_s);
     }
 
     // Reached from a face with a reading: the entry replaces the face.
     void emptyState_data()
     {
-        QTest::addColumn<WidgetFamily>("family");
-        QTest::addColumn<std::optional<GlucoseSnapshot>>("published");
+        columns<WidgetFamily, std::optional<GlucoseSnapshot>>("family", "published");
         GlucoseSnapshot noLatest = snapshot(reading(100), history({100, 110}));
         noLatest.latest.reset();
         QTest::newRow("small, nothing published") << small << std::optional<GlucoseSnapshot>();
@@ -257,36 +225,32 @@ private Q_SLOTS:
 
     void emptyState()
     {
-        QFETCH(WidgetFamily, family);
-        QFETCH(std::optional<GlucoseSnapshot>, published);
+        const auto [family, published] =
+            fetch<WidgetFamily, std::optional<GlucoseSnapshot>>("family", "published");
         GlucoseWidgetView view(entry(snapshot(reading(100), history({100}))), family);
         view.setEntry(entry(published));
-        QCOMPARE(text(view, u"emptyText"_s), u"Open Glinta and sign in"_s);
+        QCOMPARE(text(&view, u"emptyText"_s), u"Open Glinta and sign in"_s);
         QVERIFY(!view.findChild<QLabel *>(u"emptySymbol"_s)->pixmap().isNull());
         QVERIFY(!view.findChild<QLabel *>(u"value"_s) && !view.chart());
     }
 
-    // Age and staleness against the entry's own instant; the colour by the service's flags first, then the
-    // snapshot's own target range. A new entry updates the face in place.
+    // Age and staleness at the entry's instant; colour by the service's flags, then the snapshot's own range.
     void face_data()
     {
-        QTest::addColumn<GlucoseSnapshot>("published");
-        QTest::addColumn<qint64>("msAfterReading");
-        QTest::addColumn<QString>("shown"); // header, value and unit, age
-        QTest::addColumn<bool>("stale");
-        QTest::addColumn<QString>("tint");
-        QTest::addColumn<QString>("spokenTrend");
+        // shown: header, value and unit, age
+        columns<GlucoseSnapshot, qint64, QString, bool, QString, QString>(
+            "published", "msAfterReading", "shown", "stale", "colour", "spokenTrend");
         const auto mg = GlucoseUnit::mgPerDl;
-        GlucoseSnapshot named = snapshot(reading(250, true));
+        GlucoseSnapshot named = snapshot(reading(250, {}, false, true));
         named.connectionName = u"Mum"_s;
         QTest::newRow("named, isLow above range")
             << named << 60'000LL << u"Mum|250 mg/dL|1 min ago"_s << false << u"red"_s << QString();
         QTest::newRow("isHigh in range, exactly 15 min")
-            << snapshot(reading(120, false, true)) << 900'000LL << u"Glinta|120 mg/dL|15 min ago"_s << false
+            << snapshot(reading(120, {}, true)) << 900'000LL << u"Glinta|120 mg/dL|15 min ago"_s << false
             << u"orange"_s << QString();
         QTest::newRow("exactly 70, rising, a millisecond later")
-            << snapshot(reading(70, false, false, TrendArrow::rising)) << 900'001LL
-            << u"Glinta|70 mg/dL|15 min ago"_s << true << u"primary"_s << u"rising"_s;
+            << snapshot(reading(70, TrendArrow::rising)) << 900'001LL << u"Glinta|70 mg/dL|15 min ago"_s
+            << true << u"primary"_s << u"rising"_s;
         QTest::newRow("exactly 180") << snapshot(reading(180)) << 60'000LL << u"Glinta|180 mg/dL|1 min ago"_s
                                      << false << u"primary"_s << QString();
         QTest::newRow("below its own 80") << snapshot(reading(75), {}, mg, 80, 160) << 60'000LL
@@ -300,14 +264,13 @@ private Q_SLOTS:
 
     void face()
     {
-        QFETCH(GlucoseSnapshot, published);
-        QFETCH(qint64, msAfterReading);
-        QFETCH(QString, tint);
-        QFETCH(QString, spokenTrend);
+        const auto [published, msAfterReading, colour, spokenTrend] =
+            fetch<GlucoseSnapshot, qint64, QString, QString>("published", "msAfterReading", "colour",
+                                                             "spokenTrend");
         GlucoseWidgetView view(entry(snapshot(reading(150))));
         view.setEntry(entry(published, msAfterReading));
-        const QString shown = text(view, u"connection"_s) + u'|' + text(view, u"value"_s) + u' ' +
-                              text(view, u"unit"_s) + u'|' + text(view, u"age"_s);
+        const QString shown = text(&view, u"connection"_s) + u'|' + text(&view, u"value"_s) + u' ' +
+                              text(&view, u"unit"_s) + u'|' + text(&view, u"age"_s);
         QTEST(shown, "shown");
         const auto *stale = view.findChild<QLabel *>(u"stale"_s);
         QTEST(!stale->isHidden(), "stale");
@@ -316,23 +279,16 @@ private Q_SLOTS:
         QCOMPARE(!view.findChild<QLabel *>(u"trend"_s)->isHidden(), !spokenTrend.isEmpty());
         QCOMPARE(view.findChild<QLabel *>(u"trend"_s)->accessibleName(), spokenTrend);
         // Set after the value is there, so that a scheme change recolours it.
-        const QPalette palette = style::darkPalette();
-        view.setPalette(palette);
-        const QColor expected = tint == u"red"_s      ? style::red(palette)
-                                : tint == u"orange"_s ? style::orange(palette)
-                                                      : style::primaryText(palette);
-        QCOMPARE(view.findChild<QLabel *>(u"value"_s)->palette().color(QPalette::WindowText), expected);
+        view.setPalette(style::darkPalette());
+        QCOMPARE(ink(&view, u"value"_s), tint(style::darkPalette(), colour));
     }
 
     // The chart in the medium and large faces, the statistics in the large one; the size asked for wins
     // over the host's. Both count against the snapshot's own range, in its unit, over its history.
     void faceFollowsFamily_data()
     {
-        QTest::addColumn<OptionalFamily>("familyOverride");
-        QTest::addColumn<WidgetFamily>("hostFamily");
-        QTest::addColumn<WidgetFamily>("family");
-        QTest::addColumn<QStringList>("statistics");
-        QTest::addColumn<double>("chartTop");
+        columns<OptionalFamily, WidgetFamily, WidgetFamily, QStringList, double>(
+            "familyOverride", "hostFamily", "family", "statistics", "chartTop");
         const QStringList statistics{u"7.6"_s, u"50%"_s, u"4"_s};
         const double top = 270 / 18.0182;
         QTest::newRow("small") << OptionalFamily() << small << small << QStringList() << 0.0;
@@ -343,8 +299,8 @@ private Q_SLOTS:
 
     void faceFollowsFamily()
     {
-        QFETCH(OptionalFamily, familyOverride);
-        QFETCH(WidgetFamily, hostFamily);
+        const auto [familyOverride, hostFamily] =
+            fetch<OptionalFamily, WidgetFamily>("familyOverride", "hostFamily");
         GlucoseWidgetView view(
             entry(snapshot(reading(100), history({75, 100, 250, 120}), GlucoseUnit::mmolPerL, 80, 160)),
             familyOverride);
@@ -352,40 +308,17 @@ private Q_SLOTS:
         QTEST(view.family(), "family");
         QStringList statistics;
         if (view.findChild<QLabel *>(u"statisticsCaption"_s))
-            statistics = {text(view, u"average"_s), text(view, u"inRange"_s), text(view, u"readingCount"_s)};
+            statistics = {text(&view, u"average"_s), text(&view, u"inRange"_s),
+                          text(&view, u"readingCount"_s)};
         QTEST(statistics, "statistics");
         QTEST(view.chart() ? view.chart()->yDomain().upper : 0.0, "chartTop");
-    }
-
-    // Children only: the background is the host's, so anything here was drawn by the view.
-    void renders()
-    {
-        GlucoseWidgetView view(entry(snapshot(reading(120), history({90, 60, 55, 80, 140, 200, 120}))),
-                               large);
-        const QPalette palette = style::darkPalette();
-        view.setPalette(palette);
-        view.resize(364, 364);
-        view.layout()->activate();
-        QImage image(728, 728, QImage::Format_ARGB32_Premultiplied);
-        image.setDevicePixelRatio(2);
-        image.fill(Qt::transparent);
-        view.render(&image, {}, {}, QWidget::DrawChildren);
-        QSet<QRgb> colours;
-        for (int y = 0; y < image.height(); ++y) {
-            for (int x = 0; x < image.width(); ++x)
-                colours.insert(image.pixel(x, y));
-        }
-        for (const QColor &drawn : {style::accent(palette), style::red(palette), style::primaryText(palette)})
-            QVERIFY2(colours.contains(drawn.rgba()), qPrintable(drawn.name()));
     }
 
     // The desktop window (the offscreen platform's one screen is 800×800) in the size and place it had.
     void windowRestoresPlaceAndSize_data()
     {
-        QTest::addColumn<QVariant>("savedPosition");
-        QTest::addColumn<QString>("savedFamily");
-        QTest::addColumn<OptionalFamily>("asked");
-        QTest::addColumn<QRect>("geometry");
+        columns<QVariant, QString, OptionalFamily, QRect>("savedPosition", "savedFamily", "asked",
+                                                          "geometry");
         QTest::newRow("first start") << QVariant() << QString() << OptionalFamily()
                                      << QRect(606, 24, 170, 170);
         QTest::newRow("size asked for") << QVariant(QPoint(100, 120)) << u"medium"_s << OptionalFamily(large)
@@ -398,9 +331,8 @@ private Q_SLOTS:
 
     void windowRestoresPlaceAndSize()
     {
-        QFETCH(QVariant, savedPosition);
-        QFETCH(QString, savedFamily);
-        QFETCH(OptionalFamily, asked);
+        const auto [savedPosition, savedFamily, asked] =
+            fetch<QVariant, QString, OptionalFamily>("savedPosition", "savedFamily", "asked");
         QTemporaryDir dir;
         QSettings settings(dir.filePath(u"widget.ini"_s), QSettings::IniFormat);
         if (savedPosition.isValid())
