@@ -14,12 +14,6 @@ namespace {
 constexpr int chartHeight = 140;
 constexpr qreal emptyCornerRadius = 8;
 
-QColor withOpacity(QColor color, qreal opacity)
-{
-    color.setAlphaF(color.alphaF() * opacity);
-    return color;
-}
-
 } // namespace
 
 GlucoseChartView::GlucoseChartView(GlucoseStore *store, QWidget *parent) : QWidget(parent), m_store(store)
@@ -82,7 +76,7 @@ void GlucoseChartView::paintEvent(QPaintEvent *)
     }
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(Qt::NoPen);
-    painter.setBrush(withOpacity(style::quaternaryFill(colours), 0.5));
+    painter.setBrush(style::withOpacity(style::quaternaryFill(colours), 0.5));
     painter.drawRoundedRect(QRectF(rect()), emptyCornerRadius, emptyCornerRadius);
     painter.setFont(style::font(style::TextStyle::caption));
     painter.setPen(style::secondaryText(colours));

@@ -43,12 +43,6 @@ double valueTickInterval(double span)
     return step * magnitude;
 }
 
-QColor withOpacity(QColor color, qreal opacity)
-{
-    color.setAlphaF(color.alphaF() * opacity);
-    return color;
-}
-
 QFont labelFont()
 {
     return style::font(style::TextStyle::caption2);
@@ -132,7 +126,7 @@ void GlucoseChartPainter::paint(QPainter &painter, const QRectF &bounds, const Q
         painter.fillRect(QRectF(std::floor(tick.at), g.plot.top() - 0.5, 1, g.plot.height() + 1), grid);
 
     if (g.band)
-        painter.fillRect(*g.band, withOpacity(style::green(palette), m_input.bandOpacity));
+        painter.fillRect(*g.band, style::withOpacity(style::green(palette), m_input.bandOpacity));
 
     const QColor accent = style::accent(palette);
     const QColor red = style::red(palette);

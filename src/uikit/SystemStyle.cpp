@@ -203,4 +203,10 @@ QPalette darkPalette()
     return palette;
 }
 
+QColor withOpacity(QColor color, qreal opacity)
+{
+    color.setAlphaF(color.alphaF() * opacity);
+    return color;
+}
+
 } // namespace glinta::style

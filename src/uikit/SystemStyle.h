@@ -37,6 +37,8 @@ QColor red(const QPalette &palette);
 QColor orange(const QPalette &palette);
 // A glucose value's colour: red below the range, orange above it, the primary text colour within.
 QColor rangeColour(GlucoseRange range, const QPalette &palette);
+// `color` with its alpha scaled by `opacity`.
+QColor withOpacity(QColor color, qreal opacity);
 QColor green(const QPalette &palette);
 
 QFont font(TextStyle textStyle);
