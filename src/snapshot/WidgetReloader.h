@@ -12,6 +12,9 @@ public:
     // there is no widget to tell either, which is said once, at info level. A no-op where the side has
     // no such signal.
     virtual void reloadAllTimelines();
+
+private:
+    bool m_saidNoBus = false;
 };
 
 } // namespace glinta

@@ -12,11 +12,9 @@ void WidgetReloader::reloadAllTimelines()
 {
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) {
-        // The process keeps the bus it first chose, so once is enough.
-        static bool saidNoBus = false;
-        if (!saidNoBus) {
+        if (!m_saidNoBus) {
             qCInfo(lcGlucoseStore, "No session bus, so no widget can be told to reload");
-            saidNoBus = true;
+            m_saidNoBus = true;
         }
         return;
     }

@@ -43,6 +43,13 @@ double valueTickInterval(double span)
     return step * magnitude;
 }
 
+// Like std::clamp, but a chart smaller than its label (where `last` < `first`) pins it to `first`
+// instead of being undefined.
+qreal pinned(qreal value, qreal first, qreal last)
+{
+    return std::max(first, std::min(value, last));
+}
+
 QFont labelFont()
 {
     return style::font(style::TextStyle::caption2);
@@ -244,7 +251,7 @@ void GlucoseChartPainter::layOut(const QRectF &bounds)
     for (qsizetype i = 0; i < g.valueTicks.size(); ++i) {
         Geometry::Tick &tick = g.valueTicks[i];
         tick.at = y(values[i]);
-        const qreal top = std::clamp(tick.at - labelHeight / 2, bounds.top(), bounds.bottom() - labelHeight);
+        const qreal top = pinned(tick.at - labelHeight / 2, bounds.top(), bounds.bottom() - labelHeight);
         tick.labelTopLeft = {plot.right() + valueLabelGap, top};
     }
 
@@ -255,7 +262,7 @@ void GlucoseChartPainter::layOut(const QRectF &bounds)
             const QString text = hour.toLocalTime().toString(u"HH:mm"_s);
             const qreal at = x(hour);
             const qreal width = metrics.horizontalAdvance(text);
-            const qreal left = std::clamp(at - width / 2, bounds.left(), bounds.right() - width);
+            const qreal left = pinned(at - width / 2, bounds.left(), bounds.right() - width);
             // Pushed in from an edge, a label could still meet its neighbour: it is left out instead.
             if (left < freeFrom)
                 continue;
