@@ -74,9 +74,11 @@ struct Shell
     void build(GlucoseStore *store, Preferences *prefs)
     {
         label = std::make_unique<MenuBarLabel>(store, prefs);
-        statusItem = std::make_unique<StatusItem>(label.get(), [this, store, prefs] {
+        StatusItem::Parts parts;
+        parts.makePanel = [this, store, prefs] {
             return new GlucosePanelView(store, prefs, nullptr, false, &windows);
-        });
+        };
+        statusItem = std::make_unique<StatusItem>(label.get(), prefs, std::move(parts));
     }
 };
 

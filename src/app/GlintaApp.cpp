@@ -4,9 +4,11 @@
 #include "app/ImageExport.h"
 #include "app/StandardUserDriver.h"
 #include "app/StatusItem.h"
+#include "app/StatusNotifierItem.h"
 #include "app/UpdateWatcher.h"
 #include "client/LibreLinkUpClient.h"
 #include "menubar/AboutView.h"
+#include "menubar/GearMenu.h"
 #include "menubar/GlucosePanelView.h"
 #include "menubar/LoginView.h"
 #include "menubar/MenuBarLabel.h"
@@ -108,22 +110,31 @@ GlintaApp::GlintaApp(Environment environment, QObject *parent) : QObject(parent)
     WindowRegistry *windows = m_windows.get();
     m_windows->declare(u"login"_s, u"Sign In to Glinta"_s,
                        [store, windows] { return new LoginView(store, windows); });
-    m_windows->declare(u"settings"_s, u"Glinta Settings"_s,
-                       [store, windows, preferences = m_preferences.get(), loginItem = m_loginItem.get()] {
-                           return new SettingsView(store, preferences, loginItem, windows);
-                       });
+    m_windows->declare(
+        u"settings"_s, u"Glinta Settings"_s,
+        [this, store, windows, preferences = m_preferences.get(), loginItem = m_loginItem.get()] {
+            return new SettingsView(store, preferences, loginItem, windows,
+                                    m_statusItem && m_statusItem->usesOwnItem());
+        });
     m_windows->declare(u"whats-new"_s, u"What's New in Glinta"_s,
                        [version = environment.build.shortVersion] { return new WhatsNewView(version); });
     m_windows->declare(u"about"_s, u"About Glinta"_s,
                        [build = environment.build] { return new AboutView(build); });
 
     m_label = std::make_unique<MenuBarLabel>(store, m_preferences.get());
-    m_statusItem = std::make_unique<StatusItem>(m_label.get(), [this, store, windows] {
+    StatusItem::Parts parts;
+    parts.makePanel = [this, store, windows] {
         auto *panel = new GlucosePanelView(store, m_preferences.get(), m_updater.get(), false, windows);
         connect(panel, &GlucosePanelView::quitRequested, this, &GlintaApp::quitRequested);
         connect(panel, &GlucosePanelView::snoozeRequested, m_alerts.get(), &AlertMonitor::snooze);
         return panel;
-    });
+    };
+    parts.makeMenu = [this, windows] {
+        return makeGearMenu(
+            windows, m_updater.get(), [this] { Q_EMIT quitRequested(); }, nullptr);
+    };
+    parts.ownItem = std::make_unique<StatusNotifierItem>();
+    m_statusItem = std::make_unique<StatusItem>(m_label.get(), m_preferences.get(), std::move(parts));
     connect(m_statusItem.get(), &StatusItem::fallbackWindowClosed, this, &GlintaApp::quitRequested);
     // Queued: the export is a launch task of its own, not part of showing the item.
     connect(m_statusItem.get(), &StatusItem::firstShown, this, &GlintaApp::runLaunchTask,

@@ -2,11 +2,14 @@
 
 #include "menubar/TrayIconEngine.h"
 #include "menubar/WindowRegistry.h"
+#include "store/Preferences.h"
 #include "support/Logging.h"
+#include "uikit/Symbols.h"
 
 #include <QApplication>
 #include <QCursor>
 #include <QKeyEvent>
+#include <QMenu>
 #include <QScreen>
 #include <QStringList>
 #include <QVBoxLayout>
@@ -36,8 +39,9 @@ QColor trayInk()
 
 } // namespace
 
-StatusItem::StatusItem(MenuBarLabel *label, std::function<QWidget *()> makePanel, QObject *parent)
-    : QObject(parent), m_label(label), m_makePanel(std::move(makePanel)),
+StatusItem::StatusItem(MenuBarLabel *label, Preferences *preferences, Parts parts, QObject *parent)
+    : QObject(parent), m_label(label), m_preferences(preferences), m_makePanel(std::move(parts.makePanel)),
+      m_makeMenu(std::move(parts.makeMenu)), m_ownItem(std::move(parts.ownItem)),
       m_window(new QFrame(nullptr, Qt::Popup))
 {
     m_window->setObjectName(u"panel"_s);
@@ -54,6 +58,18 @@ StatusItem::StatusItem(MenuBarLabel *label, std::function<QWidget *()> makePanel
         if (reason == QSystemTrayIcon::Trigger || reason == QSystemTrayIcon::DoubleClick)
             togglePanel();
     });
+    if (m_ownItem) {
+        connect(m_ownItem.get(), &StatusNotifierItem::registeredChanged, this,
+                &StatusItem::ownItemRegistered);
+        connect(m_ownItem.get(), &StatusNotifierItem::activated, this, &StatusItem::togglePanel);
+        connect(m_ownItem.get(), &StatusNotifierItem::menuRequested, this, &StatusItem::showMenu);
+    }
+    if (preferences) {
+        connect(preferences, &Preferences::changed, this, [this](Preferences::Key key) {
+            if (key == Preferences::Key::showReadingAsText)
+                updateIcon();
+        });
+    }
     updateIcon();
 }
 
@@ -78,12 +94,63 @@ void StatusItem::updateIcon()
     if (!m_label)
         return;
     const MenuBarTitle title = m_label->title();
-    m_tray.setIcon(QIcon(new TrayIconEngine(title, trayInk())));
+    const QColor ink = trayInk();
+    m_tray.setIcon(QIcon(new TrayIconEngine(title, ink)));
     m_tray.setToolTip(toolTip(title));
+    if (m_ownItem)
+        m_ownItem->setLook(ownItemLook(title, ink));
     // Start-up benchmarks time exec to this line (QT_LOGGING_RULES="com.nordvik.glinta.App.debug=true");
     // the tray draws the icon when it next paints.
     if (!title.showsSymbol && !std::exchange(m_shownReading, true))
         qCDebug(lcApp, "First title shown");
+}
+
+StatusNotifierItem::Look StatusItem::ownItemLook(const MenuBarTitle &title, const QColor &ink) const
+{
+    StatusNotifierItem::Look look;
+    const bool asText = !title.showsSymbol && (!m_preferences || m_preferences->showReadingAsText());
+    if (asText) {
+        look.label = title.text;
+        look.labelGuide = title.labelGuide;
+    }
+    // Beside the text, a small drop; the designed picture would say the value twice.
+    const QIcon picture(new TrayIconEngine(title, ink));
+    for (const QSize &size : picture.availableSizes()) {
+        look.icons.append(asText ? symbolPixmap(u"drop.fill"_s, ink, size.width(), 1.0).toImage()
+                                 : picture.pixmap(size).toImage());
+    }
+    look.toolTipTitle = title.showsSymbol ? u"Glinta"_s : title.text;
+    look.toolTipText =
+        title.alert.isEmpty() ? title.accessibilityLabel : title.alert + u'\n' + title.accessibilityLabel;
+    look.needsAttention = !title.alert.isEmpty();
+    return look;
+}
+
+void StatusItem::ownItemRegistered(bool registered)
+{
+    if (registered) {
+        m_tray.hide();
+        announceShown();
+        return;
+    }
+    if (m_announcedShown) {
+        qCInfo(lcApp, "The tray host went away; Glinta's status item comes back with it");
+        return;
+    }
+    // Refused before it was ever shown: Qt's tray item instead. Later, as this runs inside its signal.
+    qCInfo(lcApp, "Using Qt's tray item instead of Glinta's own");
+    m_ownItem.release()->deleteLater();
+    waitForTray();
+}
+
+void StatusItem::showMenu()
+{
+    if (!m_makeMenu)
+        return;
+    QMenu *menu = m_makeMenu();
+    // Gone once it closes; an item chosen from it still runs, as deletion waits for the event loop.
+    connect(menu, &QMenu::aboutToHide, menu, &QObject::deleteLater);
+    menu->popup(QCursor::pos());
 }
 
 void StatusItem::show(std::chrono::milliseconds trayWait)
@@ -95,6 +162,11 @@ void StatusItem::show(std::chrono::milliseconds trayWait)
 
 void StatusItem::waitForTray()
 {
+    if (m_ownItem && m_ownItem->hostAvailable()) {
+        // The answer comes as ownItemRegistered().
+        m_ownItem->start();
+        return;
+    }
     if (QSystemTrayIcon::isSystemTrayAvailable()) {
         m_tray.show();
         announceShown();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/StatusNotifierItem.h"
 #include "menubar/MenuBarLabel.h"
 
 #include <QElapsedTimer>
@@ -11,20 +12,35 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
+
+class QMenu;
 
 namespace glinta {
 
+class Preferences;
+
 // The tray item and the panel it opens. Tray slots are square and the protocols carry no text title, so
 // the icon is drawn from the label and the tooltip carries the whole title and what a screen reader says.
-// Where no tray turns up, the panel becomes an ordinary window so the user is never left with nothing.
-// The panel's content is made when it is first shown: a tray item that is only glanced at should not
-// carry the chart and the rest of the panel all day.
+// Where a StatusNotifierItem host is there, Glinta's own item stands in for Qt's and shows the title as text
+// beside a small icon, unless the user turned that off. Where no tray turns up, the panel becomes an ordinary
+// window so the user is never left with nothing. The panel's content is made when it is first shown: a tray
+// item that is only glanced at should not carry the chart and the rest of the panel all day.
 class StatusItem : public QObject
 {
     Q_OBJECT
 
 public:
-    StatusItem(MenuBarLabel *label, std::function<QWidget *()> makePanel, QObject *parent = nullptr);
+    struct Parts
+    {
+        std::function<QWidget *()> makePanel;
+        // The menu a host's context click opens; none when empty.
+        std::function<QMenu *()> makeMenu;
+        // Tried before Qt's tray item when it sees a host; none when null.
+        std::unique_ptr<StatusNotifierItem> ownItem;
+    };
+
+    StatusItem(MenuBarLabel *label, Preferences *preferences, Parts parts, QObject *parent = nullptr);
     ~StatusItem() override;
 
     // Shows the tray icon, or, when no tray appears within `trayWait`, the panel as a window.
@@ -38,6 +54,8 @@ public:
     // The panel's window; its content is there once the panel has been shown.
     QWidget *panelWindow() const { return m_window; }
     bool usesFallbackWindow() const { return m_fallback; }
+    // Shown as Glinta's own item, which can carry the title as text.
+    bool usesOwnItem() const { return m_ownItem && m_ownItem->isRegistered(); }
 
     static QString toolTip(const MenuBarTitle &title);
 
@@ -52,6 +70,9 @@ protected:
 
 private:
     void updateIcon();
+    StatusNotifierItem::Look ownItemLook(const MenuBarTitle &title, const QColor &ink) const;
+    void ownItemRegistered(bool registered);
+    void showMenu();
     void waitForTray();
     void showFallbackWindow();
     void placePopup();
@@ -59,8 +80,11 @@ private:
     void makePanelContent();
 
     QPointer<MenuBarLabel> m_label;
+    QPointer<Preferences> m_preferences;
     QSystemTrayIcon m_tray;
     std::function<QWidget *()> m_makePanel;
+    std::function<QMenu *()> m_makeMenu;
+    std::unique_ptr<StatusNotifierItem> m_ownItem;
     QFrame *m_window;
     QTimer m_trayPoll;
     QElapsedTimer m_waited;

@@ -10,6 +10,9 @@ MenuBarTitle menuBarTitle(const std::optional<GlucoseReading> &latest, GlucoseUn
                           const std::optional<QString> &waitingVersion, std::optional<AlertKind> alert)
 {
     MenuBarTitle title;
+    // Digits are equally wide in the fonts top bars use; 8 stands for any of them.
+    title.labelGuide =
+        (unit == GlucoseUnit::mmolPerL ? u"88.8"_s : u"888"_s) + u" \u2197 \u26A0\uFE0E \u2022"_s;
     if (alert)
         title.alert = alertTitle(*alert, latest, unit);
     if (!latest) {

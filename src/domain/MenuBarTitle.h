@@ -19,6 +19,8 @@ struct MenuBarTitle
     bool showsSymbol = true;
     // The whole title, as in 124 ↗ ⚠︎ •; empty with the symbol.
     QString text;
+    // The widest title the unit is likely to give, for a host that sizes a text label ahead of time.
+    QString labelGuide;
     // What a screen reader says for the item.
     QString accessibilityLabel;
 

@@ -2,8 +2,8 @@
 
 #include "domain/GlucoseStatistics.h"
 #include "domain/RelativeTime.h"
+#include "menubar/GearMenu.h"
 #include "menubar/GlucoseChartView.h"
-#include "menubar/PopupMenu.h"
 #include "menubar/StaticUnitPicker.h"
 #include "menubar/WindowRegistry.h"
 #include "store/GlucoseStore.h"
@@ -11,7 +11,6 @@
 #include "uikit/SymbolLabel.h"
 #include "uikit/Symbols.h"
 #include "uikit/SystemStyle.h"
-#include "update/Updater.h"
 
 #include <QButtonGroup>
 #include <QCursor>
@@ -437,34 +436,8 @@ void DashboardView::hideEvent(QHideEvent *event)
 
 QMenu *DashboardView::buildGearMenu()
 {
-    auto *menu = new PopupMenu(this);
-    const auto isDeclared = [this](const QString &identifier) {
-        return m_windows && m_windows->isDeclared(identifier);
-    };
-
-    QAction *about = menu->addAction(tr("About Glinta"), this, [this] { openWindow(u"about"_s); });
-    about->setEnabled(isDeclared(u"about"_s));
-
-    const QPointer<Updater> updater(m_updater);
-    QAction *check = menu->addAction(tr("Check for Updates…"), this, [updater] {
-        if (updater)
-            updater->checkForUpdates();
-    });
-    // Asked once, now: a check that is running dims the item until the menu is next opened.
-    check->setEnabled(updater && updater->canCheckForUpdates());
-
-    QAction *whatsNew = menu->addAction(tr("What's New…"), this, [this] { openWindow(u"whats-new"_s); });
-    whatsNew->setEnabled(isDeclared(u"whats-new"_s));
-
-    menu->addSeparator();
-    QAction *settings = menu->addAction(tr("Settings…"), this, [this] { openWindow(u"settings"_s); });
-    settings->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
-    settings->setEnabled(isDeclared(u"settings"_s));
-
-    menu->addSeparator();
-    QAction *quit = menu->addAction(tr("Quit Glinta"), this, [this] { Q_EMIT quitRequested(); });
-    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
-    return menu;
+    return makeGearMenu(
+        m_windows, m_updater, [this] { Q_EMIT quitRequested(); }, this);
 }
 
 void DashboardView::showGearMenu()

@@ -35,6 +35,7 @@ namespace glinta {
 namespace {
 
 const QString launchAtLoginText = u"Launch Glinta at login"_s;
+const QString readingAsTextText = u"Show the reading as text in the top bar"_s;
 const QString signOutText = u"Sign Out\u2026"_s;
 
 GlucoseUnit unitOf(const GlucoseStore *store)
@@ -133,7 +134,7 @@ void showProblem(QFormLayout *form, QLineEdit *field, QLabel *line, const QStrin
 } // namespace
 
 SettingsView::SettingsView(GlucoseStore *store, Preferences *preferences, LoginItem *loginItem,
-                           WindowRegistry *windows, QWidget *parent)
+                           WindowRegistry *windows, bool offersReadingAsText, QWidget *parent)
     : QWidget(parent), m_store(store), m_preferences(preferences), m_loginItem(loginItem), m_windows(windows)
 {
     setFixedWidth(420);
@@ -147,9 +148,18 @@ SettingsView::SettingsView(GlucoseStore *store, Preferences *preferences, LoginI
     m_launchAtLogin->setAccessibleName(launchAtLoginText);
     m_launchAtLogin->setEnabled(m_loginItem != nullptr);
     generalLayout->addWidget(m_launchAtLogin);
-    layout->addWidget(general);
     // A system without login items Glinta can manage gets no switch that could only fail.
     if (m_loginItem && m_loginItem->status() == LoginItem::Status::notAvailable)
+        m_launchAtLogin->hide();
+    if (offersReadingAsText && m_preferences) {
+        m_readingAsText = new QCheckBox(readingAsTextText, general);
+        m_readingAsText->setAccessibleName(readingAsTextText);
+        m_readingAsText->setChecked(m_preferences->showReadingAsText());
+        connect(m_readingAsText, &QCheckBox::toggled, m_preferences, &Preferences::setShowReadingAsText);
+        generalLayout->addWidget(m_readingAsText);
+    }
+    layout->addWidget(general);
+    if (m_launchAtLogin->isHidden() && !m_readingAsText)
         general->hide();
 
     auto *target = new QGroupBox(u"Target range"_s, this);

@@ -23,17 +23,18 @@ class LoginItem;
 class Preferences;
 class WindowRegistry;
 
-// The content of the "settings" window: starting at login, the target range, which alerts go off, and
-// the signed-in account with a way to sign out. The toggle always shows what the login item reports,
-// never what was asked of it.
+// The content of the "settings" window: starting at login, the reading as text in the top bar, the target
+// range, which alerts go off, and the signed-in account with a way to sign out. The toggle always shows what
+// the login item reports, never what was asked of it.
 class SettingsView : public QWidget
 {
     Q_OBJECT
 
 public:
-    // Without preferences the alert switches show their defaults and cannot be changed.
+    // Without preferences the alert switches show their defaults and cannot be changed. The switch for the
+    // reading as text shows only where the status item can carry text (`offersReadingAsText`).
     SettingsView(GlucoseStore *store, Preferences *preferences, LoginItem *loginItem, WindowRegistry *windows,
-                 QWidget *parent = nullptr);
+                 bool offersReadingAsText = false, QWidget *parent = nullptr);
 
     bool launchesAtLogin() const { return m_launchesAtLogin; }
     // The sign-out question while it is open, else nullptr.
@@ -68,6 +69,7 @@ private:
     bool m_launchesAtLogin = false;
 
     QCheckBox *m_launchAtLogin = nullptr;
+    QCheckBox *m_readingAsText = nullptr;
     QLineEdit *m_targetLow = nullptr;
     QLineEdit *m_targetHigh = nullptr;
     QLabel *m_targetLowProblem = nullptr;

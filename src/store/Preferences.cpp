@@ -40,6 +40,10 @@ QString Preferences::keyName(Key key)
         return u"enabledAlerts"_s;
     case Key::alertSound:
         return u"alertSound"_s;
+    case Key::showReadingAsText:
+        return u"showReadingAsText"_s;
+    case Key::followedPatientId:
+        return u"followedPatientId"_s;
     }
     Q_UNREACHABLE();
     return {};
@@ -165,6 +169,31 @@ bool Preferences::alertSound() const
 void Preferences::setAlertSound(bool sound)
 {
     setText(Key::alertSound, sound ? u"true"_s : u"false"_s);
+}
+
+bool Preferences::showReadingAsText() const
+{
+    return text(Key::showReadingAsText) != u"false";
+}
+
+void Preferences::setShowReadingAsText(bool show)
+{
+    setText(Key::showReadingAsText, show ? u"true"_s : u"false"_s);
+}
+
+std::optional<QString> Preferences::followedPatientId() const
+{
+    return text(Key::followedPatientId);
+}
+
+void Preferences::setFollowedPatientId(const QString &patientId)
+{
+    setText(Key::followedPatientId, patientId);
+}
+
+void Preferences::removeFollowedPatientId()
+{
+    remove(Key::followedPatientId);
 }
 
 GlucoseUnit Preferences::glucoseUnit() const

@@ -39,6 +39,8 @@ public:
         targetHighMgPerDl,
         enabledAlerts,
         alertSound,
+        showReadingAsText,
+        followedPatientId,
     };
     Q_ENUM(Key)
 
@@ -96,6 +98,16 @@ public:
     // The notification's sound hint; on unless turned off.
     bool alertSound() const;
     void setAlertSound(bool sound);
+
+    // The title as text beside the status item's icon, where the tray host can show one; on unless
+    // turned off.
+    bool showReadingAsText() const;
+    void setShowReadingAsText(bool show);
+
+    // The person the user chose to follow, by the service's id for them; none means the first one.
+    std::optional<QString> followedPatientId() const;
+    void setFollowedPatientId(const QString &patientId);
+    void removeFollowedPatientId();
 
     // A launch of a build other than the last one (or the very first launch) wakes the widgets, which
     // may still show what the previous copy of the program wrote.

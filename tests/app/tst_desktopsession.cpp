@@ -1,11 +1,13 @@
 // The real program in an X session, clicked with xdotool, under an XEmbed tray (trayer) and under a
 // StatusNotifierItem host (Plasma, AppIndicator, waybar); leaves a screenshot as an artefact.
+#include "FakeStatusNotifierWatcher.h"
 #include "GlintaProcess.h"
 #include "PrivateSessionBus.h"
 #include "SimulatedService.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QDBusVariant>
 #include <QGuiApplication>
 #include <QScreen>
 #include <QStandardPaths>
@@ -14,39 +16,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-// What a tray host needs of a StatusNotifierWatcher, and a record of what the items told it.
-class Watcher : public QObject
-{
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
-    Q_PROPERTY(QStringList RegisteredStatusNotifierItems MEMBER items)
-    Q_PROPERTY(bool IsStatusNotifierHostRegistered READ hostRegistered)
-    Q_PROPERTY(int ProtocolVersion READ protocolVersion)
-
-public:
-    bool hostRegistered() const { return true; }
-    int protocolVersion() const { return 0; }
-
-    // "service/path" of each item, in the order they came.
-    QStringList items;
-
-public Q_SLOTS:
-    // The protocol allows a bus name or an object path; the sender is the item's service either way.
-    Q_SCRIPTABLE void RegisterStatusNotifierItem(const QString &serviceOrPath, const QDBusMessage &message)
-    {
-        const bool isPath = serviceOrPath.startsWith(u'/');
-        const QString service = isPath ? message.service() : serviceOrPath;
-        items.append(service + (isPath ? serviceOrPath : u"/StatusNotifierItem"_s));
-        Q_EMIT StatusNotifierItemRegistered(items.last());
-    }
-    Q_SCRIPTABLE void RegisterStatusNotifierHost(const QString &) {}
-
-Q_SIGNALS:
-    Q_SCRIPTABLE void StatusNotifierItemRegistered(const QString &item);
-    Q_SCRIPTABLE void StatusNotifierItemUnregistered(const QString &item);
-    Q_SCRIPTABLE void StatusNotifierHostRegistered();
-};
 
 enum class Shown
 {
@@ -146,7 +115,7 @@ private Q_SLOTS:
             QStandardPaths::findExecutable(u"xdotool"_s).isEmpty())
             QSKIP("needs an X display and xdotool (./test.sh provides them)");
         PrivateSessionBus bus;
-        Watcher watcher;
+        FakeStatusNotifierWatcher watcher;
         QVERIFY(bus.start() && bus.connection().registerService(u"org.kde.StatusNotifierWatcher"_s));
         QVERIFY(bus.connection().registerObject(u"/StatusNotifierWatcher"_s, &watcher,
                                                 QDBusConnection::ExportScriptableContents));
@@ -157,6 +126,12 @@ private Q_SLOTS:
         glinta.environment.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, bus.address());
         glinta.start();
         QTRY_VERIFY2_WITH_TIMEOUT(!watcher.items.isEmpty(), qPrintable(glinta.output()), 30000);
+        // Glinta's own item, not Qt's, which has no label.
+        QDBusMessage id = QDBusMessage::createMethodCall(watcher.items[0].section(u'/', 0, 0),
+                                                         u'/' + watcher.items[0].section(u'/', 1),
+                                                         u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
+        id << u"org.kde.StatusNotifierItem"_s << u"Id"_s;
+        QCOMPARE(bus.connection().call(id).arguments().value(0).value<QDBusVariant>().variant(), u"glinta"_s);
         QDBusMessage activate = QDBusMessage::createMethodCall(
             watcher.items[0].section(u'/', 0, 0), u'/' + watcher.items[0].section(u'/', 1),
             u"org.kde.StatusNotifierItem"_s, u"Activate"_s);
