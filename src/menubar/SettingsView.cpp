@@ -13,6 +13,7 @@
 #include "support/Logging.h"
 #include "uikit/SystemStyle.h"
 
+#include <QButtonGroup>
 #include <QCheckBox>
 #include <QEvent>
 #include <QFormLayout>
@@ -22,6 +23,7 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QRadioButton>
 #include <QRegularExpression>
 #include <QSignalBlocker>
 #include <QVBoxLayout>
@@ -36,6 +38,8 @@ namespace {
 
 const QString launchAtLoginText = u"Launch Glinta at login"_s;
 const QString readingAsTextText = u"Show the reading as text in the top bar"_s;
+const QString choiceMissingText =
+    u"The person you chose no longer shares data with this account, so Glinta follows the first one."_s;
 const QString signOutText = u"Sign Out\u2026"_s;
 
 GlucoseUnit unitOf(const GlucoseStore *store)
@@ -222,6 +226,15 @@ SettingsView::SettingsView(GlucoseStore *store, Preferences *preferences, LoginI
     alerts->setEnabled(m_preferences != nullptr);
     layout->addWidget(alerts);
 
+    m_following = new QGroupBox(u"Following"_s, this);
+    m_followingLayout = new QVBoxLayout(m_following);
+    m_people = new QButtonGroup(this);
+    m_choiceMissing = style::plainLabel(choiceMissingText, m_following);
+    m_choiceMissing->setObjectName(u"choiceMissing"_s);
+    m_choiceMissing->setWordWrap(true);
+    m_followingLayout->addWidget(m_choiceMissing);
+    layout->addWidget(m_following);
+
     auto *account = new QGroupBox(u"Account"_s, this);
     m_accountForm = new QFormLayout(account);
     m_accountForm->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
@@ -252,7 +265,13 @@ SettingsView::SettingsView(GlucoseStore *store, Preferences *preferences, LoginI
         if (m_preferences)
             m_preferences->setAlertSound(on);
     });
+    connect(m_people, &QButtonGroup::idClicked, this, [this](int index) {
+        if (m_store && index < m_store->people().size())
+            m_store->choosePerson(m_store->people().at(index).patientId);
+    });
     if (m_store) {
+        connect(m_store, &GlucoseStore::peopleChanged, this, &SettingsView::updatePeople);
+        connect(m_store, &GlucoseStore::connectionNameChanged, this, &SettingsView::updatePeople);
         connect(m_store, &GlucoseStore::savedEmailChanged, this, &SettingsView::updateAccount);
         connect(m_store, &GlucoseStore::targetRangeChanged, this, &SettingsView::showTargetRange);
         connect(m_store, &GlucoseStore::unitChanged, this, [this] {
@@ -271,6 +290,7 @@ SettingsView::SettingsView(GlucoseStore *store, Preferences *preferences, LoginI
     showTargetRange();
     updateAlerts();
     updateAccount();
+    updatePeople();
 }
 
 QMessageBox *SettingsView::signOutAlert() const
@@ -295,6 +315,38 @@ void SettingsView::showEvent(QShowEvent *event)
     QWidget::showEvent(event);
     // The desktop's own startup settings may have changed the entry while the window was away.
     readLaunchesAtLogin();
+    // Whom the account follows, and who has a reading now, may have changed since the last list.
+    if (m_store)
+        m_store->loadPeople();
+}
+
+void SettingsView::updatePeople()
+{
+    const QList<GlucoseStore::Person> people = m_store ? m_store->people() : QList<GlucoseStore::Person>();
+    // Made again only when the list's length changes, and then later: this runs inside a click on one.
+    if (m_people->buttons().size() != people.size()) {
+        for (QAbstractButton *button : m_people->buttons()) {
+            m_people->removeButton(button);
+            button->hide();
+            button->deleteLater();
+        }
+        for (qsizetype i = 0; i < people.size(); ++i) {
+            auto *choice = new QRadioButton(m_following);
+            m_people->addButton(choice, int(i));
+            m_followingLayout->insertWidget(int(i), choice);
+        }
+    }
+    for (qsizetype i = 0; i < people.size(); ++i) {
+        const GlucoseStore::Person &person = people.at(i);
+        QAbstractButton *choice = m_people->button(int(i));
+        const QString text =
+            person.hasCurrentReading ? person.name : person.name + u" \u2014 no current reading"_s;
+        choice->setText(text);
+        choice->setAccessibleName(text);
+        choice->setChecked(person.patientId == m_store->followedPatientId());
+    }
+    m_choiceMissing->setVisible(m_store && m_store->choiceMissing());
+    m_following->setVisible(!people.isEmpty());
 }
 
 void SettingsView::readLaunchesAtLogin()

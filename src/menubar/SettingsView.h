@@ -8,7 +8,10 @@
 
 #include <utility>
 
+class QButtonGroup;
 class QCheckBox;
+class QGroupBox;
+class QVBoxLayout;
 class QFormLayout;
 class QLabel;
 class QLineEdit;
@@ -23,9 +26,9 @@ class LoginItem;
 class Preferences;
 class WindowRegistry;
 
-// The content of the "settings" window: starting at login, the reading as text in the top bar, the target
-// range, which alerts go off, and the signed-in account with a way to sign out. The toggle always shows what
-// the login item reports, never what was asked of it.
+// The content of the "settings" window: starting at login, the reading as text in the top bar, whom to
+// follow, the target range, which alerts go off, and the signed-in account with a way to sign out. The toggle
+// always shows what the login item reports, never what was asked of it.
 class SettingsView : public QWidget
 {
     Q_OBJECT
@@ -51,6 +54,7 @@ private:
     void setLaunchesAtLogin(bool requested);
     void confirmSignOut();
     void updateAccount();
+    void updatePeople();
     void showTargetRange();
     void applyTargetRange();
     void updateAlerts();
@@ -80,6 +84,10 @@ private:
     QList<std::pair<AlertKind, QCheckBox *>> m_alertSwitches;
     QCheckBox *m_alertSound = nullptr;
     QLabel *m_alertCaption = nullptr;
+    QGroupBox *m_following = nullptr;
+    QVBoxLayout *m_followingLayout = nullptr;
+    QButtonGroup *m_people = nullptr;
+    QLabel *m_choiceMissing = nullptr;
     QFormLayout *m_accountForm = nullptr;
     QLabel *m_account = nullptr;
     QPushButton *m_signOut = nullptr;

@@ -10,6 +10,8 @@
 #include "support/Clock.h"
 #include "support/Logging.h"
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace glinta {
@@ -249,6 +251,12 @@ void GlucoseStore::signOut()
 void GlucoseStore::forgetFollowed()
 {
     m_patientId.reset();
+    m_services.preferences->removeFollowedPatientId();
+    if (!m_people.isEmpty() || m_choiceMissing) {
+        m_people.clear();
+        m_choiceMissing = false;
+        Q_EMIT peopleChanged();
+    }
     setLatest(std::nullopt);
     setHistory({});
     setConnectionName(std::nullopt);
@@ -489,13 +497,83 @@ QCoro::Task<void> GlucoseStore::fetch(LibreLinkUpClient::Session session, Cancel
         ensureLive(self, cancel);
         if (connections.isEmpty())
             throw ClientError(ClientError::Kind::noConnections);
-        m_patientId = connections.constFirst().patientId;
-        setConnectionName(displayName(connections.constFirst()));
+        listPeople(connections);
     }
-    const LLUGraphData graph = co_await m_services.client->fetchGraph(session, *m_patientId, cancel);
+    const QString patientId = *m_patientId;
+    const LLUGraphData graph = co_await m_services.client->fetchGraph(session, patientId, cancel);
     ensureLive(self, cancel);
-    if (m_savedEmail)
+    // Another person chosen meanwhile: this graph is no longer the one on screen.
+    if (m_savedEmail && m_patientId == patientId)
         apply(graph);
+}
+
+void GlucoseStore::listPeople(const QList<LLUConnection> &connections)
+{
+    QList<Person> people;
+    for (const LLUConnection &connection : connections) {
+        const std::optional<GlucoseReading> current =
+            connection.glucoseMeasurement ? reading(*connection.glucoseMeasurement) : std::nullopt;
+        people.append({connection.patientId, displayName(connection).value_or(u"LibreLinkUp"_s),
+                       current && !isStale(*current, m_services.clock->now())});
+    }
+    const std::optional<QString> chosen = m_services.preferences->followedPatientId();
+    const auto listed = [&people](const std::optional<QString> &patientId) {
+        return std::find_if(people.cbegin(), people.cend(),
+                            [&](const Person &person) { return person.patientId == patientId; });
+    };
+    const bool choiceMissing = chosen && !people.isEmpty() && listed(chosen) == people.cend();
+    const bool changed = people != m_people || choiceMissing != m_choiceMissing;
+    m_people = people;
+    m_choiceMissing = choiceMissing;
+    if (changed)
+        Q_EMIT peopleChanged();
+    // One who stopped sharing is dropped; the next cycle lists again and follows someone who is there.
+    if (m_patientId && listed(m_patientId) == people.cend())
+        m_patientId.reset();
+    if (m_patientId || people.isEmpty())
+        return;
+    const auto followed = listed(chosen) != people.cend() ? listed(chosen) : people.cbegin();
+    m_patientId = followed->patientId;
+    setConnectionName(followed->name);
+}
+
+QCoro::Task<void> GlucoseStore::loadPeople()
+{
+    const QPointer<GlucoseStore> self(this);
+    const CancellationToken account = m_accountToken;
+    if (!m_session)
+        co_return;
+    try {
+        const QList<LLUConnection> connections =
+            co_await m_services.client->fetchConnections(*m_session, account);
+        if (self && !account.isCancelled())
+            self->listPeople(connections);
+    } catch (const std::exception &error) {
+        qCWarning(lcGlucoseStore, "Could not list the people this account follows: %s",
+                  qUtf8Printable(describe(error)));
+    }
+}
+
+void GlucoseStore::choosePerson(const QString &patientId)
+{
+    const auto person = std::find_if(m_people.cbegin(), m_people.cend(), [&](const Person &candidate) {
+        return candidate.patientId == patientId;
+    });
+    if (person == m_people.cend())
+        return;
+    m_services.preferences->setFollowedPatientId(patientId);
+    if (std::exchange(m_choiceMissing, false))
+        Q_EMIT peopleChanged();
+    if (m_patientId == patientId)
+        return;
+    m_patientId = patientId;
+    // Never the last person's reading under the new name.
+    setLatest(std::nullopt);
+    setHistory({});
+    setLastUpdated(std::nullopt);
+    setConnectionName(person->name);
+    publishSnapshot();
+    refresh();
 }
 
 void GlucoseStore::apply(const LLUGraphData &graph)

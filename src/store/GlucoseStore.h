@@ -92,6 +92,17 @@ public:
         BuildInfo build;
     };
 
+    // Someone the account follows, as the service last listed them.
+    struct Person
+    {
+        QString patientId;
+        QString name;
+        // The service has a reading for them that is not stale.
+        bool hasCurrentReading = false;
+
+        friend bool operator==(const Person &, const Person &) = default;
+    };
+
     static constexpr std::chrono::seconds pollInterval{60};
     static constexpr std::chrono::seconds clockInterval{60};
 
@@ -120,6 +131,12 @@ public:
     // The alert shown while one holds; the alert monitor sets it.
     std::optional<AlertKind> activeAlert() const { return m_activeAlert; }
     bool isPolling() const { return m_pollToken.has_value() && !m_pollToken->isCancelled(); }
+    // Everyone the account follows, in the service's order; empty until listed after a sign-in.
+    QList<Person> people() const { return m_people; }
+    // Whose data this is; none before the first list.
+    std::optional<QString> followedPatientId() const { return m_patientId; }
+    // The person the user chose is not among the people listed, so the first one is followed instead.
+    bool choiceMissing() const { return m_choiceMissing; }
 
     // Always writes the preference and republishes the snapshot, so the widget follows at once.
     void setUnit(GlucoseUnit unit);
@@ -134,6 +151,11 @@ public:
     void signOut();
     // One cycle, as the Refresh button runs it. Never throws.
     QCoro::Task<void> refresh();
+    // Asks the service whom the account follows now, for a list on screen. Never throws.
+    QCoro::Task<void> loadPeople();
+    // Follows one of people() from now on: the name and the widget change at once, the old person's
+    // readings go, and a cycle fetches the new person's. Kept across launches until sign-out.
+    void choosePerson(const QString &patientId);
 
 Q_SIGNALS:
     void statusChanged();
@@ -147,6 +169,8 @@ Q_SIGNALS:
     void credentialFailureChanged();
     void targetRangeChanged();
     void activeAlertChanged();
+    // people() or choiceMissing().
+    void peopleChanged();
 
 private:
     GlucoseStore(QObject *parent);
@@ -173,6 +197,8 @@ private:
     void forgetFollowed();
     QCoro::Task<void> fetch(LibreLinkUpClient::Session session, CancellationToken cancel);
     void apply(const LLUGraphData &graph);
+    // Takes in the service's list, and follows the chosen person, or the first one, when no one is yet.
+    void listPeople(const QList<LLUConnection> &connections);
     void publishSnapshot();
     void failRefresh(const QString &description, bool credentialProblem);
     void failSignIn(const std::exception_ptr &failure);
@@ -207,6 +233,8 @@ private:
     // In memory only, never stored.
     std::optional<LibreLinkUpClient::Session> m_session;
     std::optional<QString> m_patientId;
+    QList<Person> m_people;
+    bool m_choiceMissing = false;
     // The running loops; cancelling one also aborts its request in flight.
     std::optional<CancellationToken> m_pollToken;
     // Carried by Refresh-button cycles; sign-out cancels it, so no late answer of the old account lands.

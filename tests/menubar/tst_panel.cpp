@@ -26,6 +26,7 @@
 #include <QMessageBox>
 #include <QPainter>
 #include <QPushButton>
+#include <QRadioButton>
 #include <QSignalSpy>
 #include <QTimeZone>
 #include <QToolButton>
@@ -465,6 +466,25 @@ private Q_SLOTS:
         QCOMPARE(live->store->savedEmail().has_value(), !signsOut);
         // Signing out closes the window; keeping the account leaves it open.
         QCOMPARE(QTest::qWaitFor([this] { return !window; }, signsOut ? 5000 : 50), signsOut);
+    }
+
+    // The people the account follows, the followed one marked; a click follows another, and a choice no
+    // longer listed says so.
+    void choosingThePerson()
+    {
+        live->preferences->setFollowedPatientId(u"p-gone"_s);
+        QCoro::waitFor(live->store->signIn(live->account().email, live->account().password)); // never throws
+        QTRY_VERIFY(live->store->followedPatientId().has_value());
+        QVERIFY(open(u"settings"_s));
+        QRadioButton *ann = named<QRadioButton>(window, u"Ann Lee"_s);
+        QRadioButton *max = named<QRadioButton>(window, u"Max Lee"_s);
+        QLabel *missing = window->findChild<QLabel *>(u"choiceMissing"_s);
+        QVERIFY(ann && max && missing);
+        QVERIFY(ann->isChecked() && !max->isChecked() && missing->isVisible());
+
+        QTest::mouseClick(max, Qt::LeftButton, {}, QPoint(6, max->height() / 2)); // on its circle
+        QCOMPARE(live->store->connectionName(), u"Max Lee"_s);
+        QVERIFY(max->isChecked() && !ann->isChecked() && !missing->isVisible());
     }
 
     // A figure is read in the shown unit and saved in whole mg/dL; a refused one says why under its field,

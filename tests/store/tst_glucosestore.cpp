@@ -394,6 +394,41 @@ private Q_SLOTS:
     }
 
     // A login refused for its rate is not asked again before its wait is over, whoever asks.
+    // The chosen person is followed at once and after a relaunch; one no longer listed gives way to the
+    // first, and a sign-out forgets the choice.
+    void followsTheChosenPerson()
+    {
+        Rig rig;
+        rig.preferences->setFollowedPatientId(u"p-gone"_s);
+        QVERIFY(rig.signedIn());
+        GlucoseStore *store = rig.store.get();
+        QCOMPARE(store->connectionName(), u"Ann Lee"_s);
+        QVERIFY(store->choiceMissing());
+        QCOMPARE(store->people().size(), 2);
+        QVERIFY(store->people()[0].hasCurrentReading);
+
+        store->choosePerson(u"p-0002"_s);
+        QCOMPARE(store->connectionName(), u"Max Lee"_s);
+        QVERIFY(!store->latest() && !store->choiceMissing());
+        QCOMPARE(rig.snapshots->read()->connectionName, u"Max Lee"_s);
+        // The graph names its person: Ann's would have brought her name back.
+        QTRY_VERIFY(store->latest().has_value());
+        QCOMPARE(store->connectionName(), u"Max Lee"_s);
+
+        const int graphs = rig.requests(u"graph"_s);
+        rig.restart();
+        QTRY_VERIFY(rig.requests(u"graph"_s) > graphs && rig.idle() && rig.store->latest());
+        QCOMPARE(rig.store->connectionName(), u"Max Lee"_s);
+
+        // Listed again later, when a reading is no longer current.
+        rig.clock.setNow(rig.clock.now().addSecs(20 * 60));
+        QVERIFY(!runToEnd(rig.store->loadPeople()));
+        QVERIFY(!rig.store->people()[1].hasCurrentReading);
+
+        rig.store->signOut();
+        QVERIFY(!rig.preference(u"followedPatientId"_s).isValid() && rig.store->people().isEmpty());
+    }
+
     void loginHeldBack()
     {
         Rig rig;

@@ -141,11 +141,13 @@ void SimulatedService::addAccount(const SimAccount &account)
 
 SimAccount SimulatedService::demoAccount()
 {
-    return {u"ann@example.com"_s,
-            u"correct horse"_s,
-            u"a1b2c3d4-0000-4000-8000-000000000001"_s,
-            u"eu"_s,
-            {{u"p-0001"_s, u"Ann"_s, u"Lee"_s}}};
+    return {
+        u"ann@example.com"_s,
+        u"correct horse"_s,
+        u"a1b2c3d4-0000-4000-8000-000000000001"_s,
+        u"eu"_s,
+        // A parent following two children: the first is the one followed unless the user chooses.
+        {{u"p-0001"_s, u"Ann"_s, u"Lee"_s}, {u"p-0002"_s, u"Max"_s, u"Lee"_s, std::chrono::minutes(150)}}};
 }
 
 void SimulatedService::addFault(const Fault &fault)
@@ -523,13 +525,15 @@ SimulatedService::Reply SimulatedService::login(const QString &region, const QHt
     return {200, R"({"status":2,"error":{"message":"notAuthenticated"}})"};
 }
 
-QByteArray SimulatedService::measurementJson(const QDateTime &time, bool isoTimestamp, bool valueAsText) const
+QByteArray SimulatedService::measurementJson(const QDateTime &time, bool isoTimestamp, bool valueAsText,
+                                             std::chrono::minutes phase) const
 {
+    const QDateTime curveTime = time.addSecs(-std::chrono::seconds(phase).count());
     const QDateTime local = time.toTimeZone(m_phoneZone);
     const QString stamp =
         isoTimestamp ? time.toString(Qt::ISODate) : QLocale::c().toString(local, u"M/d/yyyy h:mm:ss AP"_s);
-    const double value = valueAt(time);
-    const double slope = value - valueAt(time.addSecs(-15 * 60));
+    const double value = valueAt(curveTime);
+    const double slope = value - valueAt(curveTime.addSecs(-15 * 60));
     const int trend = slope < -30 ? 1 : slope < -15 ? 2 : slope <= 15 ? 3 : slope <= 30 ? 4 : 5;
 
     JsonWriter writer;
@@ -594,7 +598,9 @@ SimulatedService::Reply SimulatedService::connections(const SimAccount &account)
             writer.key("targetHigh"_L1);
             writer.value(std::int64_t(180));
             QByteArray text = writer.takeBytes();
-            body += text + ",\"glucoseMeasurement\":" + measurementJson(current, iso, wrongType) + '}';
+            body += text +
+                    ",\"glucoseMeasurement\":" + measurementJson(current, iso, wrongType, connection.phase) +
+                    '}';
         }
     }
     body += "],\"ticket\":{\"token\":\"renewed\",\"expires\":0,\"duration\":3600000}}";
@@ -630,12 +636,13 @@ SimulatedService::Reply SimulatedService::graph(const SimAccount &account, const
     }
     QByteArray connectionText = writer.takeBytes();
 
-    QByteArray body = "{\"status\":0,\"data\":{\"connection\":" + connectionText +
-                      ",\"glucoseMeasurement\":" + measurementJson(current, iso, wrongType) +
-                      "},\"activeSensors\":[],\"graphData\":[";
+    QByteArray body =
+        "{\"status\":0,\"data\":{\"connection\":" + connectionText +
+        ",\"glucoseMeasurement\":" + measurementJson(current, iso, wrongType, connection->phase) +
+        "},\"activeSensors\":[],\"graphData\":[";
     for (qint64 minutes = historySpanMinutes - historyStepMinutes; minutes >= 0;
          minutes -= historyStepMinutes) {
-        body += measurementJson(newestPoint.addSecs(-minutes * 60), iso, false);
+        body += measurementJson(newestPoint.addSecs(-minutes * 60), iso, false, connection->phase);
         if (minutes > 0)
             body += ',';
     }

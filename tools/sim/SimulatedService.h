@@ -27,6 +27,8 @@ struct SimConnection
     QString patientId;
     std::optional<QString> firstName;
     std::optional<QString> lastName;
+    // How far behind the common curve this person's readings run, so two people do not read alike.
+    std::chrono::minutes phase{0};
 };
 
 struct SimAccount
@@ -172,7 +174,8 @@ private:
     Reply admin(const QString &command, const QHttpServerRequest &request);
     const SimAccount *authorised(const QHttpServerRequest &request) const;
     std::optional<Fault> takeFault(const QString &path, const QByteArray &appVersion);
-    QByteArray measurementJson(const QDateTime &time, bool isoTimestamp, bool valueAsText) const;
+    QByteArray measurementJson(const QDateTime &time, bool isoTimestamp, bool valueAsText,
+                               std::chrono::minutes phase = {}) const;
     void respond(QHttpServerResponder &responder, const Reply &reply);
     void trackConnection(QTcpSocket *socket);
     void connectionClosed(QTcpSocket *socket);
