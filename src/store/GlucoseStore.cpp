@@ -10,6 +10,8 @@
 #include "support/Clock.h"
 #include "support/Logging.h"
 
+#include <QCryptographicHash>
+
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -58,6 +60,13 @@ public:
 private:
     QDateTime m_nextTry;
 };
+
+// The settings file keeps only a digest of whom the user chose, never the service's id for them.
+QString choiceKey(const QString &patientId)
+{
+    return QString::fromLatin1(
+        QCryptographicHash::hash(patientId.toUtf8(), QCryptographicHash::Sha256).toHex());
+}
 
 } // namespace
 
@@ -516,12 +525,15 @@ void GlucoseStore::listPeople(const QList<LLUConnection> &connections)
         people.append({connection.patientId, displayName(connection).value_or(u"LibreLinkUp"_s),
                        current && !isStale(*current, m_services.clock->now())});
     }
-    const std::optional<QString> chosen = m_services.preferences->followedPatientId();
+    const std::optional<QString> chosenKey = m_services.preferences->followedPatientId();
+    const auto chosen = std::find_if(people.cbegin(), people.cend(), [&](const Person &person) {
+        return choiceKey(person.patientId) == chosenKey;
+    });
     const auto listed = [&people](const std::optional<QString> &patientId) {
         return std::find_if(people.cbegin(), people.cend(),
                             [&](const Person &person) { return person.patientId == patientId; });
     };
-    const bool choiceMissing = chosen && !people.isEmpty() && listed(chosen) == people.cend();
+    const bool choiceMissing = chosenKey && !people.isEmpty() && chosen == people.cend();
     const bool changed = people != m_people || choiceMissing != m_choiceMissing;
     m_people = people;
     m_choiceMissing = choiceMissing;
@@ -532,7 +544,7 @@ void GlucoseStore::listPeople(const QList<LLUConnection> &connections)
         m_patientId.reset();
     if (m_patientId || people.isEmpty())
         return;
-    const auto followed = listed(chosen) != people.cend() ? listed(chosen) : people.cbegin();
+    const auto followed = chosen != people.cend() ? chosen : people.cbegin();
     m_patientId = followed->patientId;
     setConnectionName(followed->name);
 }
@@ -548,6 +560,8 @@ QCoro::Task<void> GlucoseStore::loadPeople()
             co_await m_services.client->fetchConnections(*m_session, account);
         if (self && !account.isCancelled())
             self->listPeople(connections);
+    } catch (const CancelledError &) {
+        // Signed out meanwhile: there is no one to list.
     } catch (const std::exception &error) {
         qCWarning(lcGlucoseStore, "Could not list the people this account follows: %s",
                   qUtf8Printable(describe(error)));
@@ -561,7 +575,7 @@ void GlucoseStore::choosePerson(const QString &patientId)
     });
     if (person == m_people.cend())
         return;
-    m_services.preferences->setFollowedPatientId(patientId);
+    m_services.preferences->setFollowedPatientId(choiceKey(patientId));
     if (std::exchange(m_choiceMissing, false))
         Q_EMIT peopleChanged();
     if (m_patientId == patientId)

@@ -104,7 +104,8 @@ public:
     bool showReadingAsText() const;
     void setShowReadingAsText(bool show);
 
-    // The person the user chose to follow, by the service's id for them; none means the first one.
+    // A digest of the service's id for the person the user chose to follow (the id itself is not kept);
+    // none means the first one.
     std::optional<QString> followedPatientId() const;
     void setFollowedPatientId(const QString &patientId);
     void removeFollowedPatientId();
