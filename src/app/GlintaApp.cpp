@@ -142,6 +142,12 @@ GlintaApp::GlintaApp(Environment environment, QObject *parent) : QObject(parent)
     m_alerts = std::make_unique<AlertMonitor>(store, m_preferences.get());
     m_notifier = std::make_unique<DesktopNotifier>(
         QApplication::windowIcon().pixmap(64).toImage(), [this](const auto &notice) {
+            // Glinta's own item cannot show a message; it asks the host for attention instead.
+            if (m_statusItem->usesOwnItem()) {
+                qCWarning(lcAlerts,
+                          "No notification server; the alert shows in the status item and the panel");
+                return;
+            }
             // Without a tray either, the panel's alert line is all there is.
             if (m_statusItem->usesFallbackWindow() || !m_statusItem->trayIcon()->isVisible()) {
                 qCWarning(lcAlerts, "No notification server and no tray to show an alert in");

@@ -330,11 +330,16 @@ void SettingsView::updatePeople()
             button->hide();
             button->deleteLater();
         }
+        QWidget *before = m_alertSound;
         for (qsizetype i = 0; i < people.size(); ++i) {
             auto *choice = new QRadioButton(m_following);
             m_people->addButton(choice, int(i));
             m_followingLayout->insertWidget(int(i), choice);
+            // Tab reaches the list where it shows, between the alerts and the account.
+            setTabOrder(before, choice);
+            before = choice;
         }
+        setTabOrder(before, m_signOut);
     }
     for (qsizetype i = 0; i < people.size(); ++i) {
         const GlucoseStore::Person &person = people.at(i);
