@@ -105,7 +105,7 @@ void StatusItem::updateIcon()
         qCDebug(lcApp, "First title shown");
 }
 
-StatusNotifierItem::Look StatusItem::ownItemLook(const MenuBarTitle &title, const QColor &ink) const
+StatusNotifierItem::Look StatusItem::ownItemLook(const MenuBarTitle &title, const QColor &ink)
 {
     StatusNotifierItem::Look look;
     const bool asText = !title.showsSymbol && (!m_preferences || m_preferences->showReadingAsText());
@@ -113,11 +113,20 @@ StatusNotifierItem::Look StatusItem::ownItemLook(const MenuBarTitle &title, cons
         look.label = title.text;
         look.labelGuide = title.labelGuide;
     }
-    // Beside the text, a small drop; the designed picture would say the value twice.
+    // Beside the text, a small drop; the designed picture would say the value twice. The drop stays the
+    // same from reading to reading, so it is drawn once per colour.
     const QIcon picture(new TrayIconEngine(title, ink));
-    for (const QSize &size : picture.availableSizes()) {
-        look.icons.append(asText ? symbolPixmap(u"drop.fill"_s, ink, size.width(), 1.0).toImage()
-                                 : picture.pixmap(size).toImage());
+    if (asText && (m_drops.isEmpty() || m_dropInk != ink)) {
+        m_drops.clear();
+        m_dropInk = ink;
+        for (const QSize &size : picture.availableSizes())
+            m_drops.append(symbolPixmap(u"drop.fill"_s, ink, size.width(), 1.0).toImage());
+    }
+    if (asText) {
+        look.icons = m_drops;
+    } else {
+        for (const QSize &size : picture.availableSizes())
+            look.icons.append(picture.pixmap(size).toImage());
     }
     look.toolTipTitle = title.showsSymbol ? u"Glinta"_s : title.text;
     look.toolTipText =

@@ -70,7 +70,7 @@ protected:
 
 private:
     void updateIcon();
-    StatusNotifierItem::Look ownItemLook(const MenuBarTitle &title, const QColor &ink) const;
+    StatusNotifierItem::Look ownItemLook(const MenuBarTitle &title, const QColor &ink);
     void ownItemRegistered(bool registered);
     void showMenu();
     void waitForTray();
@@ -85,6 +85,8 @@ private:
     std::function<QWidget *()> m_makePanel;
     std::function<QMenu *()> m_makeMenu;
     std::unique_ptr<StatusNotifierItem> m_ownItem;
+    QList<QImage> m_drops;
+    QColor m_dropInk;
     QFrame *m_window;
     QTimer m_trayPoll;
     QElapsedTimer m_waited;
