@@ -88,6 +88,22 @@ private Q_SLOTS:
         QCOMPARE(watcher.items.size(), 2);
     }
 
+    // A host that refuses the item leaves Qt's tray item, or here, with no tray, the panel as a window.
+    void refusedByTheHost()
+    {
+        watcher.refuses = true;
+        LiveStore live;
+        MenuBarLabel label(live.store.get(), live.preferences.get());
+        StatusItem::Parts parts;
+        parts.makePanel = [] { return new QLabel(u"panel"_s); };
+        parts.ownItem = std::make_unique<StatusNotifierItem>();
+        StatusItem item(&label, live.preferences.get(), std::move(parts));
+        item.show(0ms);
+        QTRY_VERIFY(item.usesFallbackWindow());
+        QVERIFY(!item.usesOwnItem());
+        watcher.refuses = false;
+    }
+
 private:
     // The item answers from this thread, so the call must not block it.
     QDBusMessage call(const QDBusMessage &message) const
