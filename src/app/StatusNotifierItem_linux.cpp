@@ -8,6 +8,7 @@
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusMetaType>
+#include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 #include <QDBusServiceWatcher>
@@ -116,6 +117,7 @@ class StatusNotifierItem::Exported : public QObject
     Q_PROPERTY(QString AttentionMovieName READ noName)
     Q_PROPERTY(glinta::ToolTip ToolTip READ toolTip)
     Q_PROPERTY(bool ItemIsMenu READ itemIsMenu)
+    Q_PROPERTY(QDBusObjectPath Menu READ menu)
     Q_PROPERTY(QString XAyatanaLabel READ label)
     Q_PROPERTY(QString XAyatanaLabelGuide READ labelGuide)
     Q_PROPERTY(uint XAyatanaOrderingIndex READ orderingIndex)
@@ -205,6 +207,9 @@ public:
     IconPixmaps noIcon() const { return {}; }
     ToolTip toolTip() const { return {m_item->m_look.toolTipTitle, m_item->m_look.toolTipText}; }
     bool itemIsMenu() const { return false; }
+    // No exported menu, said the way hosts recognise: GNOME's AppIndicator shows no item whose Menu is
+    // missing. The context menu comes from ContextMenu instead.
+    QDBusObjectPath menu() const { return QDBusObjectPath(u"/NO_DBUSMENU"_s); }
     QString label() const { return m_item->m_look.label; }
     QString labelGuide() const { return m_item->m_look.labelGuide; }
     uint orderingIndex() const { return 0; }

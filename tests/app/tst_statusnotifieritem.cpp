@@ -7,6 +7,7 @@
 #include "menubar/MenuBarLabel.h"
 
 #include <QDBusArgument>
+#include <QDBusObjectPath>
 #include <QDBusPendingCall>
 #include <QDBusVariant>
 #include <QLabel>
@@ -48,6 +49,8 @@ private Q_SLOTS:
                                          SLOT(newLabel(QString, QString))));
         QCOMPARE(read(u"Id"_s), u"glinta"_s);
         QCOMPARE(read(u"Status"_s), u"Active"_s);
+        // Without a menu path, GNOME's AppIndicator never shows the item.
+        QCOMPARE(read(u"Menu"_s).value<QDBusObjectPath>().path(), u"/NO_DBUSMENU"_s);
 
         // Each change reaches the host as the title's own text, and a signal says so.
         using Shows = std::function<bool(const MenuBarTitle &)>;
