@@ -141,7 +141,9 @@ class TestFaultDrills : public QObject
     // The service started and the program launched; the first snapshot it publishes.
     GlucoseSnapshot up(const QStringList &wrapper = {}, const QByteArray &speed = "x10")
     {
-        if (!sim->start())
+        // In range whatever the time of day: an alert would publish the snapshot again mid-drill.
+        if (!sim->start() ||
+            !sim->control(u"glucose"_s, {{u"from"_s, 110}, {u"to"_s, 110}, {u"minutes"_s, 1}}))
             return {};
         launch(wrapper, speed);
         std::optional<GlucoseSnapshot> snapshot;
