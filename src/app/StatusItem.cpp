@@ -11,7 +11,6 @@
 #include <QKeyEvent>
 #include <QMenu>
 #include <QScreen>
-#include <QStringList>
 #include <QVBoxLayout>
 
 #include <utility>
@@ -35,6 +34,12 @@ QColor trayInk()
             return Qt::white;
     }
     return QGuiApplication::palette().color(QPalette::WindowText);
+}
+
+// Under the title: the alert that holds, then what a screen reader says.
+QString toolTipDetail(const MenuBarTitle &title)
+{
+    return title.alert.isEmpty() ? title.accessibilityLabel : title.alert + u'\n' + title.accessibilityLabel;
 }
 
 } // namespace
@@ -80,13 +85,7 @@ StatusItem::~StatusItem()
 
 QString StatusItem::toolTip(const MenuBarTitle &title)
 {
-    QStringList lines;
-    if (!title.showsSymbol)
-        lines.append(title.text);
-    if (!title.alert.isEmpty())
-        lines.append(title.alert);
-    lines.append(title.accessibilityLabel);
-    return lines.join(u'\n');
+    return title.showsSymbol ? toolTipDetail(title) : title.text + u'\n' + toolTipDetail(title);
 }
 
 void StatusItem::updateIcon()
@@ -129,8 +128,7 @@ StatusNotifierItem::Look StatusItem::ownItemLook(const MenuBarTitle &title, cons
             look.icons.append(picture.pixmap(size).toImage());
     }
     look.toolTipTitle = title.showsSymbol ? u"Glinta"_s : title.text;
-    look.toolTipText =
-        title.alert.isEmpty() ? title.accessibilityLabel : title.alert + u'\n' + title.accessibilityLabel;
+    look.toolTipText = toolTipDetail(title);
     look.needsAttention = !title.alert.isEmpty();
     return look;
 }
@@ -177,6 +175,8 @@ void StatusItem::waitForTray()
         return;
     }
     if (QSystemTrayIcon::isSystemTrayAvailable()) {
+        // Never started, so nothing of it is on the bus; keeping it would only draw looks no host reads.
+        m_ownItem.reset();
         m_tray.show();
         announceShown();
         return;
@@ -193,6 +193,7 @@ void StatusItem::waitForTray()
 
 void StatusItem::showFallbackWindow()
 {
+    m_ownItem.reset();
     m_fallback = true;
     m_window->setWindowFlags(Qt::Window);
     m_window->setFrameShape(QFrame::NoFrame);

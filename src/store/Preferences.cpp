@@ -80,6 +80,16 @@ void Preferences::setText(Key key, const QString &value)
     Q_EMIT changed(key);
 }
 
+bool Preferences::isOn(Key key) const
+{
+    return text(key) != u"false";
+}
+
+void Preferences::setOn(Key key, bool on)
+{
+    setText(key, on ? u"true"_s : u"false"_s);
+}
+
 void Preferences::remove(Key key)
 {
     if (!m_settings->contains(keyName(key)))
@@ -163,22 +173,22 @@ void Preferences::setAlertEnabled(AlertKind kind, bool enabled)
 
 bool Preferences::alertSound() const
 {
-    return text(Key::alertSound) != u"false";
+    return isOn(Key::alertSound);
 }
 
 void Preferences::setAlertSound(bool sound)
 {
-    setText(Key::alertSound, sound ? u"true"_s : u"false"_s);
+    setOn(Key::alertSound, sound);
 }
 
 bool Preferences::showReadingAsText() const
 {
-    return text(Key::showReadingAsText) != u"false";
+    return isOn(Key::showReadingAsText);
 }
 
 void Preferences::setShowReadingAsText(bool show)
 {
-    setText(Key::showReadingAsText, show ? u"true"_s : u"false"_s);
+    setOn(Key::showReadingAsText, show);
 }
 
 std::optional<QString> Preferences::followedPatientId() const

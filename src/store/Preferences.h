@@ -122,6 +122,9 @@ Q_SIGNALS:
 private:
     std::optional<QString> text(Key key) const;
     void setText(Key key, const QString &value);
+    // A switch that is on unless turned off: only "false" reads as off.
+    bool isOn(Key key) const;
+    void setOn(Key key, bool on);
     void remove(Key key);
 
     std::unique_ptr<QSettings> m_settings;

@@ -37,10 +37,7 @@ private Q_SLOTS:
         QCoro::Task<void> signIn = live.store->signIn(live.account().email, live.account().password);
         QTRY_COMPARE(live.store->status().kind, GlucoseStore::Status::Kind::active);
         MenuBarLabel label(live.store.get(), live.preferences.get());
-        StatusItem::Parts parts;
-        parts.makePanel = [] { return new QLabel(u"panel"_s); };
-        parts.ownItem = std::make_unique<StatusNotifierItem>();
-        StatusItem item(&label, live.preferences.get(), std::move(parts));
+        StatusItem item(&label, live.preferences.get(), ownItemOnly());
         item.show(0ms);
         QTRY_VERIFY(item.usesOwnItem());
         QCOMPARE(watcher.items.size(), 1);
@@ -97,10 +94,7 @@ private Q_SLOTS:
         watcher.refuses = true;
         LiveStore live;
         MenuBarLabel label(live.store.get(), live.preferences.get());
-        StatusItem::Parts parts;
-        parts.makePanel = [] { return new QLabel(u"panel"_s); };
-        parts.ownItem = std::make_unique<StatusNotifierItem>();
-        StatusItem item(&label, live.preferences.get(), std::move(parts));
+        StatusItem item(&label, live.preferences.get(), ownItemOnly());
         item.show(0ms);
         QTRY_VERIFY(item.usesFallbackWindow());
         QVERIFY(!item.usesOwnItem());
@@ -108,6 +102,15 @@ private Q_SLOTS:
     }
 
 private:
+    // A stand-in panel and Glinta's own item, on the session bus the test made.
+    static StatusItem::Parts ownItemOnly()
+    {
+        StatusItem::Parts parts;
+        parts.makePanel = [] { return new QLabel(u"panel"_s); };
+        parts.ownItem = std::make_unique<StatusNotifierItem>();
+        return parts;
+    }
+
     // The item answers from this thread, so the call must not block it.
     QDBusMessage call(const QDBusMessage &message) const
     {
